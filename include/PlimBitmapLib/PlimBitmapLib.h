@@ -1,0 +1,9 @@
+/* PlimBitmapLib: everything a caller needs, in one include. Usable from C99 and C++. */
+#ifndef PLIM_BITMAPLIB_H
+#define PLIM_BITMAPLIB_H
+
+#include <PlimBitmapLib/platform/CoreFoundation.h>
+#include <PlimBitmapLib/platform/MacMemory.h>
+#include <PlimBitmapLib/PlimPixelBuffer.h>
+
+#endif

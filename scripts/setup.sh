@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every Debian package that building, testing and benchmarking need. Idempotent: only
+# missing packages are installed, and the package lists are refreshed only when something is.
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config git binutils
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  liblcms2-dev libpixman-1-dev
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
+  netpbm
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]})); then
+  echo "setup: installing ${missing[*]}"
+  sudo_cmd=()
+  if [[ $(id -u) -ne 0 ]]; then sudo_cmd=(sudo); fi
+  "${sudo_cmd[@]}" apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq "${missing[@]}"
+else
+  echo "setup: all packages present"
+fi

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds, and runs every test twice: in the normal build and under
+# AddressSanitizer + UndefinedBehaviorSanitizer (LeakSanitizer included). Any failure or
+# sanitizer report fails the run.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+bash scripts/setup.sh
+
+echo "== normal build"
+bash scripts/build.sh build
+(cd build && ctest --output-on-failure -j"$(nproc)")
+
+echo "== sanitizer build (ASan + UBSan)"
+bash scripts/build.sh build-asan -DPLIM_SANITIZE=ON -DPLIM_BUILD_BENCH=OFF
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+(cd build-asan && ctest --output-on-failure -j"$(nproc)")

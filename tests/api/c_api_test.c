@@ -1,0 +1,42 @@
+/* The umbrella header compiles as C99 and the shared library links and works from C. */
+#include <PlimBitmapLib/PlimBitmapLib.h>
+
+#include <stdio.h>
+#include <string.h>
+
+static int failures = 0;
+
+#define CHECK(cond)                                                  \
+    do {                                                             \
+        if (!(cond)) {                                               \
+            fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+            ++failures;                                              \
+        }                                                            \
+    } while (0)
+
+int main(void) {
+    UInt8 pixel[4] = {128, 128, 255, 0};
+    float hsv[3] = {0.0f, 1.0f, 0.0f};
+    CFStringRef text;
+    CFMutableDataRef data;
+
+    PlimCFPremultiplyARGBBuffer(pixel, 4);
+    CHECK(pixel[0] == 128 && pixel[1] == 64 && pixel[2] == 128 && pixel[3] == 0);
+
+    PlimConvertRGBToHSV(hsv);
+    CHECK(hsv[0] == 120.0f && hsv[1] == 1.0f && hsv[2] == 1.0f);
+
+    text = CFStringCreateWithFormat(kCFAllocatorDefault, NULL, CFSTR("<%dx%d %@>"), 3, 4, CFSTR("ok"));
+    CHECK(text != NULL);
+    CHECK(text && strcmp(CFStringGetCStringPtr(text, kCFStringEncodingUTF8), "<3x4 ok>") == 0);
+    CHECK(text && CFGetRetainCount(text) == 1);
+    if (text) CFRelease(text);
+
+    data = CFDataCreateMutable(NULL, 0);
+    CFDataAppendBytes(data, (const UInt8 *)"abc", 3);
+    CHECK(CFDataGetLength(data) == 3);
+    CFRelease(data);
+
+    if (failures == 0) printf("1 passed, 0 failed\n");
+    return failures == 0 ? 0 : 1;
+}
