@@ -11,6 +11,10 @@ fi
 status=0
 count=0
 while read -r sym; do
+  # Sanitizer builds add their own bookkeeping symbols.
+  if [[ $sym == __odr_asan* || $sym == __asan* || $sym == __ubsan* || $sym == __sanitizer* ]]; then
+    continue
+  fi
   count=$((count + 1))
   if [[ $sym == _Z* ]]; then
     echo "C++ symbol exported: $sym"; status=1; continue
