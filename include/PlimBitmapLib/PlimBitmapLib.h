@@ -5,5 +5,6 @@
 #include <PlimBitmapLib/platform/CoreFoundation.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
 #include <PlimBitmapLib/PlimPixelBuffer.h>
+#include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
