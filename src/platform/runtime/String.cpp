@@ -148,6 +148,16 @@ CFStringRef CreateFromUTF8(CFAllocatorRef alloc, const char *bytes, size_t count
     return str;
 }
 
+// Expands a format into `text`; false when it is malformed or memory runs out.
+bool Expand(std::string &text, CFDictionaryRef formatOptions, CFStringRef format, va_list arguments) {
+    va_list ap;
+    va_copy(ap, arguments);
+    CFIndex n;
+    bool ok = AppendFormatted(text, formatOptions, StringBytes(format, &n), &ap);
+    va_end(ap);
+    return ok;
+}
+
 void StringFinalize(CFTypeRef cf) {
     auto *str = static_cast<__CFString *>(const_cast<void *>(cf));
     if (str->bytes && !(str->base._flags & kImmortal)) CFAllocatorDeallocate(CFGetAllocator(cf), str->bytes);
@@ -235,19 +245,9 @@ CFStringRef CFStringCreateCopy(CFAllocatorRef alloc, CFStringRef str) {
 
 CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef alloc, CFDictionaryRef formatOptions,
                                                  CFStringRef format, va_list arguments) {
-    if (!format) return nullptr;
-    try {
-        std::string text;
-        va_list ap;
-        va_copy(ap, arguments);
-        CFIndex n;
-        bool ok = AppendFormatted(text, formatOptions, StringBytes(format, &n), &ap);
-        va_end(ap);
-        if (!ok) return nullptr;
-        return CreateFromUTF8(alloc, text.data(), text.size());
-    } catch (const std::bad_alloc &) {
-        return nullptr;
-    }
+    std::string text;
+    if (!format || !Expand(text, formatOptions, format, arguments)) return nullptr;
+    return CreateFromUTF8(alloc, text.data(), text.size());
 }
 
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef alloc, CFDictionaryRef formatOptions,
@@ -376,17 +376,9 @@ void CFStringAppendCString(CFMutableStringRef str, const char *cStr, CFStringEnc
 
 void CFStringAppendFormatAndArguments(CFMutableStringRef str, CFDictionaryRef formatOptions,
                                       CFStringRef format, va_list arguments) {
-    if (!str->isMutable || !format) return;
-    try {
-        std::string text;
-        va_list ap;
-        va_copy(ap, arguments);
-        CFIndex n;
-        bool ok = AppendFormatted(text, formatOptions, StringBytes(format, &n), &ap);
-        va_end(ap);
-        if (ok) Append(str, text.data(), text.size());
-    } catch (const std::bad_alloc &) {
-    }
+    std::string text;
+    if (str->isMutable && format && Expand(text, formatOptions, format, arguments))
+        Append(str, text.data(), text.size());
 }
 
 void CFStringAppendFormat(CFMutableStringRef str, CFDictionaryRef formatOptions, CFStringRef format, ...) {
