@@ -35,16 +35,16 @@ void AppendUTF8(std::string &out, uint32_t cp) {
 
 // Formats one conversion through the C library.
 template <typename T>
-void AppendOne(std::string &out, const std::string &spec, T value) {
+void AppendOne(std::string &out, const std::string &pattern, T value) {
     char small[128];
-    int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    int n = std::snprintf(small, sizeof small, pattern.c_str(), value);
     if (n < 0) return;
     if (static_cast<size_t>(n) < sizeof small) {
         out.append(small, static_cast<size_t>(n));
         return;
     }
     std::string big(static_cast<size_t>(n) + 1, '\0');
-    std::snprintf(big.data(), big.size(), spec.c_str(), value);
+    std::snprintf(big.data(), big.size(), pattern.c_str(), value);
     out.append(big.data(), static_cast<size_t>(n));
 }
 
@@ -95,11 +95,11 @@ bool AppendFormatted(std::string &out, CFDictionaryRef formatOptions, const char
                 ++p;
                 continue;
             }
-            std::string spec = "%";
+            std::string pattern = "%";
             bool leftAlign = false;
             while (*p && std::strchr("-+ #0'", *p)) {
                 if (*p == '-') leftAlign = true;
-                spec.push_back(*p++);
+                pattern.push_back(*p++);
             }
             int width = 0;
             if (*p == '*') {
@@ -107,25 +107,25 @@ bool AppendFormatted(std::string &out, CFDictionaryRef formatOptions, const char
                 if (width < 0) {
                     leftAlign = true;
                     width = -width;
-                    spec.push_back('-');
+                    pattern.push_back('-');
                 }
-                spec += std::to_string(width);
+                pattern += std::to_string(width);
                 ++p;
             } else {
                 while (*p >= '0' && *p <= '9') {
                     width = width * 10 + (*p - '0');
-                    spec.push_back(*p++);
+                    pattern.push_back(*p++);
                 }
             }
             if (*p == '.') {
-                spec.push_back(*p++);
+                pattern.push_back(*p++);
                 if (*p == '*') {
                     int precision = va_arg(*ap, int);
-                    spec += std::to_string(precision < 0 ? 0 : precision);
-                    if (precision < 0) spec.pop_back(), spec.pop_back();  // negative: as if absent
+                    pattern += std::to_string(precision < 0 ? 0 : precision);
+                    if (precision < 0) pattern.pop_back(), pattern.pop_back();  // negative: as if absent
                     ++p;
                 } else {
-                    while (*p >= '0' && *p <= '9') spec.push_back(*p++);
+                    while (*p >= '0' && *p <= '9') pattern.push_back(*p++);
                 }
             }
             Length length = Length::None;
@@ -162,43 +162,43 @@ bool AppendFormatted(std::string &out, CFDictionaryRef formatOptions, const char
                     }
                     bool isSigned = conversion == 'd' || conversion == 'i';
                     switch (length) {
-                        case Length::L: spec += "l"; break;
-                        case Length::LL: case Length::Max: spec += "ll"; break;
-                        case Length::Size: case Length::PtrDiff: spec += "z"; break;
+                        case Length::L: pattern += "l"; break;
+                        case Length::LL: case Length::Max: pattern += "ll"; break;
+                        case Length::Size: case Length::PtrDiff: pattern += "z"; break;
                         default: break;
                     }
-                    spec.push_back(conversion);
+                    pattern.push_back(conversion);
                     if (isSigned) {
                         switch (length) {
-                            case Length::HH: AppendOne(out, spec, static_cast<int>(static_cast<signed char>(va_arg(*ap, int)))); break;
-                            case Length::H: AppendOne(out, spec, static_cast<int>(static_cast<short>(va_arg(*ap, int)))); break;
-                            case Length::L: AppendOne(out, spec, va_arg(*ap, long)); break;
-                            case Length::LL: AppendOne(out, spec, va_arg(*ap, long long)); break;
-                            case Length::Max: AppendOne(out, spec, static_cast<long long>(va_arg(*ap, intmax_t))); break;
-                            case Length::Size: case Length::PtrDiff: AppendOne(out, spec, va_arg(*ap, ptrdiff_t)); break;
-                            default: AppendOne(out, spec, va_arg(*ap, int)); break;
+                            case Length::HH: AppendOne(out, pattern, static_cast<int>(static_cast<signed char>(va_arg(*ap, int)))); break;
+                            case Length::H: AppendOne(out, pattern, static_cast<int>(static_cast<short>(va_arg(*ap, int)))); break;
+                            case Length::L: AppendOne(out, pattern, va_arg(*ap, long)); break;
+                            case Length::LL: AppendOne(out, pattern, va_arg(*ap, long long)); break;
+                            case Length::Max: AppendOne(out, pattern, static_cast<long long>(va_arg(*ap, intmax_t))); break;
+                            case Length::Size: case Length::PtrDiff: AppendOne(out, pattern, va_arg(*ap, ptrdiff_t)); break;
+                            default: AppendOne(out, pattern, va_arg(*ap, int)); break;
                         }
                     } else {
                         switch (length) {
-                            case Length::HH: AppendOne(out, spec, static_cast<unsigned>(static_cast<unsigned char>(va_arg(*ap, unsigned)))); break;
-                            case Length::H: AppendOne(out, spec, static_cast<unsigned>(static_cast<unsigned short>(va_arg(*ap, unsigned)))); break;
-                            case Length::L: AppendOne(out, spec, va_arg(*ap, unsigned long)); break;
-                            case Length::LL: AppendOne(out, spec, va_arg(*ap, unsigned long long)); break;
-                            case Length::Max: AppendOne(out, spec, static_cast<unsigned long long>(va_arg(*ap, uintmax_t))); break;
-                            case Length::Size: case Length::PtrDiff: AppendOne(out, spec, va_arg(*ap, size_t)); break;
-                            default: AppendOne(out, spec, va_arg(*ap, unsigned)); break;
+                            case Length::HH: AppendOne(out, pattern, static_cast<unsigned>(static_cast<unsigned char>(va_arg(*ap, unsigned)))); break;
+                            case Length::H: AppendOne(out, pattern, static_cast<unsigned>(static_cast<unsigned short>(va_arg(*ap, unsigned)))); break;
+                            case Length::L: AppendOne(out, pattern, va_arg(*ap, unsigned long)); break;
+                            case Length::LL: AppendOne(out, pattern, va_arg(*ap, unsigned long long)); break;
+                            case Length::Max: AppendOne(out, pattern, static_cast<unsigned long long>(va_arg(*ap, uintmax_t))); break;
+                            case Length::Size: case Length::PtrDiff: AppendOne(out, pattern, va_arg(*ap, size_t)); break;
+                            default: AppendOne(out, pattern, va_arg(*ap, unsigned)); break;
                         }
                     }
                     break;
                 }
                 case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
                     if (length == Length::LongDouble) {
-                        spec.push_back('L');
-                        spec.push_back(conversion);
-                        AppendOne(out, spec, va_arg(*ap, long double));
+                        pattern.push_back('L');
+                        pattern.push_back(conversion);
+                        AppendOne(out, pattern, va_arg(*ap, long double));
                     } else {
-                        spec.push_back(conversion);
-                        AppendOne(out, spec, va_arg(*ap, double));
+                        pattern.push_back(conversion);
+                        AppendOne(out, pattern, va_arg(*ap, double));
                     }
                     break;
                 case 'c':
@@ -207,8 +207,8 @@ bool AppendFormatted(std::string &out, CFDictionaryRef formatOptions, const char
                         AppendUTF8(text, static_cast<uint32_t>(va_arg(*ap, wint_t)));
                         AppendPadded(out, text, width, leftAlign);
                     } else {
-                        spec.push_back('c');
-                        AppendOne(out, spec, va_arg(*ap, int));
+                        pattern.push_back('c');
+                        AppendOne(out, pattern, va_arg(*ap, int));
                     }
                     break;
                 case 'C': {
@@ -219,8 +219,8 @@ bool AppendFormatted(std::string &out, CFDictionaryRef formatOptions, const char
                 }
                 case 's': {
                     const char *text = va_arg(*ap, const char *);
-                    spec.push_back('s');
-                    AppendOne(out, spec, text ? text : "(null)");
+                    pattern.push_back('s');
+                    AppendOne(out, pattern, text ? text : "(null)");
                     break;
                 }
                 case 'p': {
