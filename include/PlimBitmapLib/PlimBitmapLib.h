@@ -4,7 +4,10 @@
 
 #include <PlimBitmapLib/platform/CoreFoundation.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
+#include <PlimBitmapLib/platform/CoreGraphics.h>
 #include <PlimBitmapLib/PlimPixelBuffer.h>
+#include <PlimBitmapLib/PlimMainDisplay.h>
+#include <PlimBitmapLib/PlimCFContext.h>
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
