@@ -8,6 +8,27 @@ static void show(const char *label, CFStringRef text) {
     printf("%-28s %s\n", label, text ? CFStringGetCStringPtr(text, kCFStringEncodingUTF8) : "(null)");
 }
 
+static void show_image(const char *label, PlimCFImage image) {
+    CFStringRef description = CFCopyDescription(image);
+    show(label, description);
+    CFRelease(description);
+}
+
+/* A grey image is kept as it is until a caller forces it into colour with alpha. */
+static void show_promotion(void) {
+    CGSize size = {4.0f, 3.0f};
+    PlimCFImage image = PlimCFImageCreateWithSize(NULL, size, FALSE);
+    const UInt8 *pixels;
+
+    show_image("new grey image:", image);
+    PlimCFImagePromoteImage(image, FALSE, TRUE);
+    show_image("promoted with alpha:", image);
+    pixels = (const UInt8 *)PlimCFImageGetImageBuffer(image);
+    printf("%-28s (%u, %u, %u, %u), %u bytes\n", "first pixel, ARGB:", pixels[0], pixels[1], pixels[2],
+           pixels[3], (unsigned)PlimCFImageGetImageBufferSize(image));
+    CFRelease(image);
+}
+
 int main(void) {
     UInt8 pixels[8] = {128, 128, 255, 0, 255, 10, 20, 30};
     float colour[3] = {1.0f, 0.0f, 0.5f};
@@ -47,5 +68,7 @@ int main(void) {
     printf("%-28s %ld bytes, MemError %d\n", "handle copy:", (long)GetHandleSize(handle), MemError());
     DisposeHandle(handle);
     CFRelease(data);
+
+    show_promotion();
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <PlimBitmapLib/PlimPixelBuffer.h>
 #include <PlimBitmapLib/PlimMainDisplay.h>
 #include <PlimBitmapLib/PlimCFContext.h>
+#include <PlimBitmapLib/PlimCFImage.h>
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
