@@ -9,6 +9,8 @@
 #include <PlimBitmapLib/PlimMainDisplay.h>
 #include <PlimBitmapLib/PlimCFContext.h>
 #include <PlimBitmapLib/PlimCFImage.h>
+#include <PlimBitmapLib/PlimCFImageOperations.h>
+#include <PlimBitmapLib/PlimCFImageGeometry.h>
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
