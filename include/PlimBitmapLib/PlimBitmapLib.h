@@ -11,6 +11,7 @@
 #include <PlimBitmapLib/PlimCFImage.h>
 #include <PlimBitmapLib/PlimCFImageOperations.h>
 #include <PlimBitmapLib/PlimCFImageGeometry.h>
+#include <PlimBitmapLib/PlimCFImageAlphaPath.h>
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
