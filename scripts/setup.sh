@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   liblcms2-dev libpixman-1-dev
   libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
-  netpbm
+  netpbm imagemagick graphicsmagick
 )
 
 missing=()

@@ -12,6 +12,9 @@
 #include <PlimBitmapLib/PlimCFImageOperations.h>
 #include <PlimBitmapLib/PlimCFImageGeometry.h>
 #include <PlimBitmapLib/PlimCFImageAlphaPath.h>
+#include <PlimBitmapLib/PlimCFImageLoader.h>
+#include <PlimBitmapLib/PlimCFImageExporter.h>
+#include <PlimBitmapLib/PlimCFImageIO.h>
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif

@@ -11,5 +11,7 @@
 #include <PlimBitmapLib/platform/CGBitmapContext.h>
 #include <PlimBitmapLib/platform/CGPath.h>
 #include <PlimBitmapLib/platform/ColorSync.h>
+#include <PlimBitmapLib/platform/CGImageDecoders.h>
+#include <PlimBitmapLib/platform/CGImageDestination.h>
 
 #endif

@@ -1,0 +1,37 @@
+/* Image exporters: encode a rendered image as JPEG, PICT, PCT, PNG or TIFF. */
+#ifndef PLIM_CFIMAGEEXPORTER_H
+#define PLIM_CFIMAGEEXPORTER_H
+
+#include <PlimBitmapLib/platform/CoreFoundation.h>
+#include <PlimBitmapLib/platform/CoreGraphics.h>
+#include <PlimBitmapLib/PlimCFImage.h>
+
+PLIM_EXTERN_C_BEGIN
+
+typedef struct __PlimCFImageExporter *PlimCFImageExporter;
+
+/* New exporters with one reference, or null. Exporters are immutable and reusable. */
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef allocator);
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef allocator);
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePCT(CFAllocatorRef allocator);
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePNG(CFAllocatorRef allocator);
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateTIFF(CFAllocatorRef allocator);
+
+/* The encoded image as a new data object, or null. PICT data lacks the 512-byte file header
+   that PICT files written by the two calls below keep. */
+PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,
+                                                  PlimCFImageExporter exporter, CGImageRef image);
+/* Failures are not reported. */
+PLIM_EXPORT void PlimCFImageExportToURL(PlimCFImageExporter exporter, CGImageRef image, CFURLRef url);
+PLIM_EXPORT void PlimCFImageExportToFile(PlimCFImageExporter exporter, CGImageRef image,
+                                         CFStringRef path);
+
+/* The image's rendered image with one more reference, or (when `unpremultiply` and the image
+   has alpha) a new rendered image of its unpremultiplied pixels labelled premultiplied-first. */
+PLIM_EXPORT CGImageRef _PlimCFImageCreateExportableImage(PlimCFImage image, Boolean unpremultiply);
+
+PLIM_EXPORT void PlimCFImageExporterInit(CFTypeRef exporter);
+
+PLIM_EXTERN_C_END
+
+#endif

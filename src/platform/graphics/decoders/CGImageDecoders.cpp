@@ -1,0 +1,84 @@
+// Rendered images from PNG and JPEG data providers.
+#include <PlimBitmapLib/platform/CGImageDecoders.h>
+#include <PlimBitmapLib/PlimMainDisplay.h>
+
+#include "platform/graphics/GraphicsTypes.h"
+#include "platform/graphics/decoders/Raster.h"
+
+#include <cstdlib>
+
+namespace {
+
+using plim::decoders::Raster;
+
+void FreePixels(void *, const void *data, size_t) { std::free(const_cast<void *>(data)); }
+
+CGColorSpaceRef ColorSpaceFor(const Raster &raster) {
+    if (!raster.icc.empty()) {
+        CFDataRef icc = CFDataCreate(nullptr, raster.icc.data(),
+                                     static_cast<CFIndex>(raster.icc.size()));
+        CGColorSpaceRef space = icc ? CGColorSpaceCreateWithICCProfile(icc) : nullptr;
+        if (icc) CFRelease(icc);
+        // A profile that does not fit the pixels' model is ignored.
+        if (space && CGColorSpaceGetNumberOfComponents(space) == (raster.grey ? 1u : 3u))
+            return space;
+        CGColorSpaceRelease(space);
+    }
+    return raster.grey ? CGColorSpaceCreateWithName(kCGColorSpaceGenericGray)
+                       : PlimCGColorSpaceCreateMainDisplay();
+}
+
+}  // namespace
+
+namespace plim::decoders {
+
+// Wraps decoded pixels into a rendered image; takes the pixels on success.
+CGImageRef CreateImageFromRaster(Raster *raster, bool shouldInterpolate,
+                                 CGColorRenderingIntent intent) {
+    CGColorSpaceRef space = ColorSpaceFor(*raster);
+    if (!space) return nullptr;
+    size_t rowBytes = raster->BytesPerRow();
+    size_t size = rowBytes * raster->height;
+    CGDataProviderRef provider = CGDataProviderCreateWithData(nullptr, raster->pixels, size, FreePixels);
+    if (!provider) {
+        CGColorSpaceRelease(space);
+        return nullptr;
+    }
+    raster->Take();
+    CGImageAlphaInfo alpha = raster->grey    ? kCGImageAlphaNone
+                             : raster->alpha ? kCGImageAlphaFirst
+                                             : kCGImageAlphaNoneSkipFirst;
+    CGImageRef image = CGImageCreate(raster->width, raster->height, 8, raster->grey ? 8 : 32,
+                                     rowBytes, space, static_cast<CGBitmapInfo>(alpha), provider,
+                                     nullptr, shouldInterpolate, intent);
+    CGDataProviderRelease(provider);
+    CGColorSpaceRelease(space);
+    return image;
+}
+
+}  // namespace plim::decoders
+
+namespace {
+
+template <bool (*Decode)(const uint8_t *, size_t, Raster *)>
+CGImageRef CreateWith(CGDataProviderRef source, bool shouldInterpolate,
+                      CGColorRenderingIntent intent) {
+    if (!source) return nullptr;
+    Raster raster;
+    if (!Decode(static_cast<const uint8_t *>(source->data), source->size, &raster)) return nullptr;
+    return plim::decoders::CreateImageFromRaster(&raster, shouldInterpolate, intent);
+}
+
+}  // namespace
+
+PLIM_EXPORT CGImageRef CGImageCreateWithPNGDataProvider(CGDataProviderRef source, const float *,
+                                                        bool shouldInterpolate,
+                                                        CGColorRenderingIntent intent) {
+    return CreateWith<plim::decoders::DecodePNG>(source, shouldInterpolate, intent);
+}
+
+PLIM_EXPORT CGImageRef CGImageCreateWithJPEGDataProvider(CGDataProviderRef source, const float *,
+                                                         bool shouldInterpolate,
+                                                         CGColorRenderingIntent intent) {
+    return CreateWith<plim::decoders::DecodeJPEG>(source, shouldInterpolate, intent);
+}

@@ -1,0 +1,63 @@
+// Decoded pixels handed from a codec to whoever wraps them (a rendered image or an importer).
+#pragma once
+
+#include <PlimBitmapLib/platform/CGImage.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+namespace plim::decoders {
+
+// Largest image any decoder accepts, so that every size below fits 32 bits with room to spare.
+constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
+constexpr uint32_t kMaxDimension = 1u << 20;
+
+struct Raster {
+    uint8_t *pixels = nullptr;  // malloc'd; grey: 1 byte per pixel; else A,R,G,B, not premultiplied
+    uint32_t width = 0;
+    uint32_t height = 0;
+    bool grey = false;   // one byte per pixel, 0 black
+    bool alpha = false;  // ARGB pixels with a real alpha channel
+    int sourceBits = 8;  // 1 for black-and-white sources
+    std::vector<uint8_t> icc;
+
+    Raster() = default;
+    Raster(const Raster &) = delete;
+    Raster &operator=(const Raster &) = delete;
+    ~Raster() { std::free(pixels); }
+
+    size_t BytesPerPixel() const { return grey ? 1 : 4; }
+    size_t BytesPerRow() const { return static_cast<size_t>(width) * BytesPerPixel(); }
+    uint8_t *Take() { return std::exchange(pixels, nullptr); }
+    // Allocates the pixel memory for the given geometry; false for absurd sizes.
+    bool Allocate(uint32_t w, uint32_t h, bool isGrey);
+};
+
+inline bool DimensionsAcceptable(uint64_t w, uint64_t h) {
+    return w > 0 && h > 0 && w <= kMaxDimension && h <= kMaxDimension && w * h <= kMaxPixels;
+}
+
+inline bool Raster::Allocate(uint32_t w, uint32_t h, bool isGrey) {
+    if (!DimensionsAcceptable(w, h)) return false;
+    std::free(pixels);
+    width = w;
+    height = h;
+    grey = isGrey;
+    pixels = static_cast<uint8_t *>(std::malloc(BytesPerRow() * h));
+    return pixels != nullptr;
+}
+
+bool IsPNG(const uint8_t *data, size_t size);
+bool IsJPEG(const uint8_t *data, size_t size);
+bool DecodePNG(const uint8_t *data, size_t size, Raster *out);
+bool DecodeJPEG(const uint8_t *data, size_t size, Raster *out);
+
+// Wraps decoded pixels into a rendered image (ICC profile as colour space); takes the pixels
+// on success.
+CGImageRef CreateImageFromRaster(Raster *raster, bool shouldInterpolate,
+                                 CGColorRenderingIntent intent);
+
+}  // namespace plim::decoders

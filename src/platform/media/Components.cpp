@@ -1,0 +1,352 @@
+// Component instances of the media layer: graphics importers and exporters, the registry that
+// finds them by subtype or by content, and data references.
+#include "platform/media/ComponentInternal.h"
+
+#include <PlimBitmapLib/platform/CFString.h>
+#include <PlimBitmapLib/platform/MacMemory.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+struct OpaqueGWorldPtr {
+    UInt32 pixelFormat;
+    int width;
+    int height;
+    uint8_t *pixels;
+    size_t rowBytes;
+};
+
+namespace plim::media {
+
+namespace {
+
+using Instance = ComponentInstanceRecord;
+
+const ImporterEntry kImporters[] = {
+    {FourCC("PNGf"), decoders::IsPNG, ImportPNG},
+    {FourCC("JPEG"), decoders::IsJPEG, ImportJPEG},
+    {FourCC("TIFF"), IsTIFF, ImportTIFF},
+    {FourCC("GIFf"), IsGIF, ImportGIF},
+    {FourCC("BMPf"), IsBMP, ImportBMP},
+    {FourCC("PICT"), IsPCTFile, ImportPICTFile},
+    {FourCC("PCT "), nullptr, ImportPICTFile},
+};
+
+bool ValidImporter(Instance *ci) {
+    return ci && ci->type == GraphicsImporterComponentType && ci->importer;
+}
+
+OSErr Decode(Instance *ci) {
+    if (ci->decoded) return ci->decodeError;
+    const uint8_t *data = nullptr;
+    size_t size = 0;
+    if (ci->ownsBytes) {
+        data = ci->ownedBytes.data();
+        size = ci->ownedBytes.size();
+    } else if (ci->dataHandle && *ci->dataHandle) {
+        data = reinterpret_cast<const uint8_t *>(*ci->dataHandle);
+        size = static_cast<size_t>(GetHandleSize(ci->dataHandle));
+    } else {
+        return paramErr;
+    }
+    ci->decoded = true;
+    ci->decodeError = ci->importer->decode(data, size, &ci->image);
+    if (ci->decodeError == noErr && (ci->image.depth != 1 && ci->image.depth != 8 &&
+                                     ci->image.depth != 24 && ci->image.depth != 32))
+        ci->decodeError = codecUnimpErr;
+    return ci->decodeError;
+}
+
+Handle NewHandleWith(const void *bytes, size_t size) {
+    Handle h = nullptr;
+    if (PtrToHand(bytes, &h, static_cast<long>(size)) != noErr) return nullptr;
+    return h;
+}
+
+bool ReadFile(const char *path, std::vector<uint8_t> *out) {
+    FILE *f = std::fopen(path, "rb");
+    if (!f) return false;
+    uint8_t block[65536];
+    size_t n;
+    bool ok = true;
+    try {
+        while ((n = std::fread(block, 1, sizeof block, f)) > 0) out->insert(out->end(), block, block + n);
+    } catch (const std::bad_alloc &) {
+        ok = false;
+    }
+    ok = ok && !std::ferror(f);
+    std::fclose(f);
+    return ok;
+}
+
+// Premultiplies with rounding, for importers whose 32-bit output is labelled premultiplied.
+inline uint8_t Premultiply(uint8_t c, uint8_t a) {
+    unsigned t = static_cast<unsigned>(c) * a + 128u;
+    return static_cast<uint8_t>((t + (t >> 8)) >> 8);
+}
+
+void DrawInto(const Instance *ci, const OpaqueGWorldPtr *port) {
+    const decoders::Raster &r = ci->image.raster;
+    int width = std::min<int>(port->width, static_cast<int>(r.width));
+    int height = std::min<int>(port->height, static_cast<int>(r.height));
+    bool premultiply = ci->image.depth == 32 && !ci->image.premultiplied &&
+                       ci->subtype != FourCC("PICT") && ci->subtype != FourCC("PCT ");
+    for (int y = 0; y < height; y++) {
+        const uint8_t *src = r.pixels + r.BytesPerRow() * static_cast<size_t>(y);
+        uint8_t *dst = port->pixels + port->rowBytes * static_cast<size_t>(y);
+        switch (port->pixelFormat) {
+        case k32ARGBPixelFormat:
+            if (!premultiply) {
+                std::memcpy(dst, src, static_cast<size_t>(width) * 4);
+            } else {
+                for (int x = 0; x < width; x++) {
+                    uint8_t a = src[x * 4];
+                    dst[x * 4] = a;
+                    for (int c = 1; c < 4; c++) dst[x * 4 + c] = Premultiply(src[x * 4 + c], a);
+                }
+            }
+            break;
+        case k8IndexedGrayPixelFormat:
+            for (int x = 0; x < width; x++) {
+                const uint8_t *p = src + x * 4;
+                // Grey sources have R = G = B; colour drawn to grey uses Rec. 601 weights.
+                dst[x] = (p[1] == p[2] && p[2] == p[3])
+                             ? p[1]
+                             : static_cast<uint8_t>((p[1] * 299u + p[2] * 587u + p[3] * 114u + 500u) / 1000u);
+            }
+            break;
+        case k1MonochromePixelFormat:
+            std::memset(dst, 0, (static_cast<size_t>(width) + 7) / 8);
+            for (int x = 0; x < width; x++)
+                if (src[x * 4 + 1] >= 128) dst[x >> 3] |= static_cast<uint8_t>(0x80u >> (x & 7));
+            break;
+        }
+    }
+}
+
+}  // namespace
+
+const ImporterEntry *FindImporter(OSType subtype) {
+    for (const ImporterEntry &e : kImporters)
+        if (e.subtype == subtype) return &e;
+    return nullptr;
+}
+
+const ImporterEntry *RecogniseImporter(const uint8_t *data, size_t size) {
+    if (!data) return nullptr;
+    for (const ImporterEntry &e : kImporters)
+        if (e.recognise && e.recognise(data, size)) return &e;
+    return nullptr;
+}
+
+}  // namespace plim::media
+
+using namespace plim::media;
+
+PLIM_EXPORT OSErr OpenADefaultComponent(OSType componentType, OSType componentSubType,
+                                        ComponentInstance *ci) {
+    if (!ci) return paramErr;
+    *ci = nullptr;
+    const ImporterEntry *importer = nullptr;
+    const ExporterEntry *exporter = nullptr;
+    if (componentType == GraphicsImporterComponentType)
+        importer = FindImporter(componentSubType);
+    else if (componentType == GraphicsExporterComponentType)
+        exporter = FindExporter(componentSubType);
+    if (!importer && !exporter) return invalidComponentID;
+    auto *instance = new (std::nothrow) ComponentInstanceRecord;
+    if (!instance) return memFullErr;
+    instance->type = componentType;
+    instance->subtype = componentSubType;
+    instance->importer = importer;
+    instance->exporter = exporter;
+    *ci = instance;
+    return noErr;
+}
+
+PLIM_EXPORT OSErr CloseComponent(ComponentInstance ci) {
+    if (!ci) return static_cast<OSErr>(paramErr);
+    CGImageRelease(ci->input);
+    delete ci;
+    return noErr;
+}
+
+PLIM_EXPORT OSErr GetComponentInfo(ComponentInstance ci, ComponentDescription *cd, Handle, Handle,
+                                   Handle) {
+    if (!ci) return paramErr;
+    if (cd) {
+        *cd = ComponentDescription{};
+        cd->componentType = ci->type;
+        cd->componentSubType = ci->subtype;
+    }
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsImportSetDataHandle(GraphicsImportComponent ci, Handle h) {
+    if (!ValidImporter(ci)) return badComponentInstance;
+    if (!h) return paramErr;
+    ci->dataHandle = h;
+    ci->ownsBytes = false;
+    ci->ownedBytes.clear();
+    ci->decoded = false;
+    std::free(ci->image.raster.Take());
+    ci->image.raster.icc.clear();
+    ci->image.depth = 0;
+    ci->image.premultiplied = false;
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsImportGetImageDescription(GraphicsImportComponent ci,
+                                                              ImageDescriptionHandle *desc) {
+    if (!desc) return paramErr;
+    *desc = nullptr;
+    if (!ValidImporter(ci)) return badComponentInstance;
+    OSErr err = Decode(ci);
+    if (err != noErr) return err;
+    Handle h = NewHandleClear(sizeof(ImageDescription));
+    if (!h) return memFullErr;
+    auto *d = reinterpret_cast<ImageDescription *>(*h);
+    d->idSize = static_cast<SInt32>(sizeof(ImageDescription));
+    d->cType = ci->subtype;
+    d->width = static_cast<SInt16>(ci->image.raster.width);
+    d->height = static_cast<SInt16>(ci->image.raster.height);
+    d->depth = static_cast<SInt16>(ci->image.depth);
+    *desc = reinterpret_cast<ImageDescriptionHandle>(h);
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsImportGetColorSyncProfile(GraphicsImportComponent ci,
+                                                              Handle *profile) {
+    if (!profile) return paramErr;
+    *profile = nullptr;
+    if (!ValidImporter(ci)) return badComponentInstance;
+    OSErr err = Decode(ci);
+    if (err != noErr) return err;
+    const std::vector<uint8_t> &icc = ci->image.raster.icc;
+    if (icc.empty()) return noErr;
+    *profile = NewHandleWith(icc.data(), icc.size());
+    return *profile ? noErr : memFullErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsImportSetGWorld(GraphicsImportComponent ci, GWorldPtr port,
+                                                    GDHandle) {
+    if (!ValidImporter(ci)) return badComponentInstance;
+    ci->destination = port;
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsImportDraw(GraphicsImportComponent ci) {
+    if (!ValidImporter(ci)) return badComponentInstance;
+    if (!ci->destination) return paramErr;
+    OSErr err = Decode(ci);
+    if (err != noErr) return err;
+    DrawInto(ci, ci->destination);
+    return noErr;
+}
+
+PLIM_EXPORT OSErr NewGWorldFromPtr(GWorldPtr *offscreenGWorld, UInt32 pixelFormat,
+                                   const Rect *boundsRect, CTabHandle, GDHandle, GWorldFlags,
+                                   Ptr newBuffer, SInt32 rowBytes) {
+    if (!offscreenGWorld) return paramErr;
+    *offscreenGWorld = nullptr;
+    if (!boundsRect || !newBuffer || rowBytes <= 0) return paramErr;
+    int width = boundsRect->right - boundsRect->left;
+    int height = boundsRect->bottom - boundsRect->top;
+    if (width <= 0 || height <= 0) return paramErr;
+    size_t minRow = pixelFormat == k32ARGBPixelFormat         ? static_cast<size_t>(width) * 4
+                    : pixelFormat == k8IndexedGrayPixelFormat ? static_cast<size_t>(width)
+                    : pixelFormat == k1MonochromePixelFormat  ? (static_cast<size_t>(width) + 7) / 8
+                                                              : 0;
+    if (minRow == 0) return paramErr;
+    if (static_cast<size_t>(rowBytes) < minRow) return paramErr;
+    auto *port = new (std::nothrow) OpaqueGWorldPtr{pixelFormat, width, height,
+                                                    reinterpret_cast<uint8_t *>(newBuffer),
+                                                    static_cast<size_t>(rowBytes)};
+    if (!port) return memFullErr;
+    *offscreenGWorld = port;
+    return noErr;
+}
+
+PLIM_EXPORT void DisposeGWorld(GWorldPtr offscreenGWorld) { delete offscreenGWorld; }
+
+namespace {
+
+// File data references hold the NUL-terminated path; handle references hold the handle.
+OSErr NewPathReference(CFStringRef path, Handle *outDataRef, OSType *outType) {
+    if (!outDataRef) return paramErr;
+    *outDataRef = nullptr;
+    if (!path) return paramErr;
+    CFIndex max = CFStringGetLength(path) * 4 + 1;
+    std::string buffer(static_cast<size_t>(max), '\0');
+    if (!CFStringGetCString(path, buffer.data(), max, kCFStringEncodingUTF8)) return paramErr;
+    Handle h = NewHandleWith(buffer.c_str(), std::strlen(buffer.c_str()) + 1);
+    if (!h) return memFullErr;
+    *outDataRef = h;
+    if (outType) *outType = AliasDataHandlerSubType;
+    return noErr;
+}
+
+}  // namespace
+
+PLIM_EXPORT OSErr QTNewDataReferenceFromCFURL(CFURLRef url, UInt32, Handle *outDataRef,
+                                              OSType *outDataRefType) {
+    if (!outDataRef) return paramErr;
+    *outDataRef = nullptr;
+    if (!url) return paramErr;
+    CFStringRef path = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
+    if (!path) return badDataRefErr;
+    OSErr err = NewPathReference(path, outDataRef, outDataRefType);
+    CFRelease(path);
+    if (err == noErr && outDataRefType) *outDataRefType = URLDataHandlerSubType;
+    return err;
+}
+
+PLIM_EXPORT OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef filePath, UInt32 pathStyle,
+                                                         UInt32, Handle *outDataRef,
+                                                         OSType *outDataRefType) {
+    if (pathStyle != kCFURLPOSIXPathStyle) {
+        if (outDataRef) *outDataRef = nullptr;
+        return paramErr;
+    }
+    return NewPathReference(filePath, outDataRef, outDataRefType);
+}
+
+PLIM_EXPORT OSErr GetGraphicsImporterForDataRefWithFlags(Handle dataRef, OSType dataRefType,
+                                                         ComponentInstance *gi, long) {
+    if (!gi) return paramErr;
+    *gi = nullptr;
+    if (!dataRef || !*dataRef) return paramErr;
+    std::vector<uint8_t> bytes;
+    Handle source = nullptr;
+    if (dataRefType == HandleDataHandlerSubType) {
+        if (GetHandleSize(dataRef) < static_cast<Size>(sizeof(Handle))) return badDataRefErr;
+        std::memcpy(&source, *dataRef, sizeof(Handle));
+        if (!source) return badDataRefErr;
+    } else if (dataRefType == URLDataHandlerSubType || dataRefType == AliasDataHandlerSubType) {
+        Size size = GetHandleSize(dataRef);
+        if (size < 1 || (*dataRef)[size - 1] != '\0') return badDataRefErr;
+        if (!ReadFile(*dataRef, &bytes)) return couldNotResolveDataRef;
+    } else {
+        return cantFindHandler;
+    }
+    const uint8_t *data = source ? reinterpret_cast<const uint8_t *>(*source) : bytes.data();
+    size_t size = source ? static_cast<size_t>(GetHandleSize(source)) : bytes.size();
+    const ImporterEntry *entry = RecogniseImporter(data, size);
+    if (!entry) return cantFindHandler;
+    ComponentInstance instance = nullptr;
+    OSErr err = OpenADefaultComponent(GraphicsImporterComponentType, entry->subtype, &instance);
+    if (err != noErr) return err;
+    if (source) {
+        instance->dataHandle = source;
+    } else {
+        instance->ownedBytes = std::move(bytes);
+        instance->ownsBytes = true;
+    }
+    *gi = instance;
+    return noErr;
+}

@@ -1,0 +1,72 @@
+// Graphics exporter components: each encodes a rendered image into a complete file.
+#include "platform/media/ComponentInternal.h"
+
+#include <PlimBitmapLib/platform/MacMemory.h>
+
+#include <cstring>
+#include <new>
+
+namespace plim::media {
+
+namespace {
+
+const ExporterEntry kExporters[] = {
+    {FourCC("PNGf"), ExportPNG},
+    {FourCC("JPEG"), ExportJPEG},
+    {FourCC("TIFF"), ExportTIFF},
+    {FourCC("PICT"), ExportPICT},
+};
+
+bool ValidExporter(ComponentInstance ci) {
+    return ci && ci->type == GraphicsExporterComponentType && ci->exporter;
+}
+
+}  // namespace
+
+const ExporterEntry *FindExporter(OSType subtype) {
+    for (const ExporterEntry &e : kExporters)
+        if (e.subtype == subtype) return &e;
+    return nullptr;
+}
+
+}  // namespace plim::media
+
+using namespace plim::media;
+
+PLIM_EXPORT ComponentResult GraphicsExportSetInputCGImage(GraphicsExportComponent ci,
+                                                          CGImageRef image) {
+    if (!ValidExporter(ci)) return badComponentInstance;
+    if (!image) return paramErr;
+    CGImageRetain(image);
+    CGImageRelease(ci->input);
+    ci->input = image;
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsExportSetOutputHandle(GraphicsExportComponent ci, Handle h) {
+    if (!ValidExporter(ci)) return badComponentInstance;
+    if (!h) return paramErr;
+    ci->output = h;
+    return noErr;
+}
+
+PLIM_EXPORT ComponentResult GraphicsExportDoExport(GraphicsExportComponent ci,
+                                                   UInt32 *actualSizeWritten) {
+    if (actualSizeWritten) *actualSizeWritten = 0;
+    if (!ValidExporter(ci)) return badComponentInstance;
+    if (!ci->input || !ci->output) return paramErr;
+    std::vector<uint8_t> file;
+    OSErr err;
+    try {
+        err = ci->exporter->encode(ci->input, &file);
+    } catch (const std::bad_alloc &) {
+        err = memFullErr;
+    }
+    if (err != noErr) return err;
+    if (file.size() > 0x7FFFFFFF) return memFullErr;
+    SetHandleSize(ci->output, static_cast<Size>(file.size()));
+    if (MemError() != noErr) return MemError();
+    if (!file.empty()) std::memcpy(*ci->output, file.data(), file.size());
+    if (actualSizeWritten) *actualSizeWritten = static_cast<UInt32>(file.size());
+    return noErr;
+}
