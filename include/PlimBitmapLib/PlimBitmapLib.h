@@ -4,17 +4,18 @@
 
 #include <PlimBitmapLib/platform/CoreFoundation.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
-#include <PlimBitmapLib/platform/CoreGraphics.h>
 #include <PlimBitmapLib/PlimPixelBuffer.h>
+#include <PlimBitmapLib/PlimCFImage.h>
+#include <PlimBitmapLib/platform/CoreGraphics.h>
 #include <PlimBitmapLib/PlimMainDisplay.h>
 #include <PlimBitmapLib/PlimCFContext.h>
-#include <PlimBitmapLib/PlimCFImage.h>
+#include <PlimBitmapLib/PlimCFColorMatchList.h>
 #include <PlimBitmapLib/PlimCFImageOperations.h>
 #include <PlimBitmapLib/PlimCFImageGeometry.h>
 #include <PlimBitmapLib/PlimCFImageAlphaPath.h>
+#include <PlimBitmapLib/PlimCFImageComposite.h>
 #include <PlimBitmapLib/PlimCFImageLoader.h>
 #include <PlimBitmapLib/PlimCFImageExporter.h>
 #include <PlimBitmapLib/PlimCFImageIO.h>
-#include <PlimBitmapLib/PlimCFColorMatchList.h>
 
 #endif
