@@ -1,11 +1,11 @@
 // Crop, vertical flip and a 2:1 reduction of a 2048 x 2048 ARGB image, against memcpy of the
 // image's bytes. Each iteration works on a fresh image, made while the clock is stopped.
+#include "bench_data.h"
 #include "bench_ratio.h"
 
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
 #include <cstring>
-#include <random>
 #include <vector>
 
 namespace {
@@ -14,16 +14,7 @@ constexpr UInt32 kSide = 2048;
 constexpr size_t kBytes = size_t{kSide} * kSide * 4;
 
 const std::vector<UInt8> &Source() {
-    static std::vector<UInt8> pixels = [] {
-        std::vector<UInt8> p(kBytes);
-        std::mt19937 rng(3);
-        for (size_t i = 0; i < kBytes; i += 4) {
-            UInt8 a = static_cast<UInt8>(rng());
-            p[i] = a;
-            for (int c = 1; c < 4; ++c) p[i + c] = a ? static_cast<UInt8>(rng() % (a + 1u)) : 0;
-        }
-        return p;
-    }();
+    static std::vector<UInt8> pixels = plim::bench::RandomPremultipliedARGB(kBytes, 3);
     return pixels;
 }
 

@@ -1,11 +1,11 @@
 // Premultiplying and unpremultiplying a 4096 x 4096 ARGB buffer, against memcpy of the same bytes.
+#include "bench_data.h"
 #include "bench_ratio.h"
 
 #include <PlimBitmapLib/PlimPixelBuffer.h>
 
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <vector>
 
 namespace {
@@ -13,17 +13,7 @@ namespace {
 constexpr size_t kBytes = size_t(4096) * 4096 * 4;
 
 std::vector<UInt8> &Source() {
-    // Valid premultiplied pixels (colour <= alpha), so that unpremultiplying prints nothing.
-    static std::vector<UInt8> pixels = [] {
-        std::vector<UInt8> p(kBytes);
-        std::mt19937 rng(7);
-        for (size_t i = 0; i < kBytes; i += 4) {
-            UInt8 a = static_cast<UInt8>(rng());
-            p[i] = a;
-            for (int c = 1; c < 4; ++c) p[i + c] = a ? static_cast<UInt8>(rng() % (a + 1u)) : 0;
-        }
-        return p;
-    }();
+    static std::vector<UInt8> pixels = plim::bench::RandomPremultipliedARGB(kBytes, 7);
     return pixels;
 }
 

@@ -271,6 +271,44 @@ PlimCFImageLoader FromPath(CFAllocatorRef allocator, CFStringRef path, Source fr
     return loader;
 }
 
+// A new handle holding a copy of the data's bytes, or null on any memory error.
+Handle CopyToHandle(CFDataRef data) {
+    Handle handle = nullptr;
+    OSErr err = PtrToHand(CFDataGetBytePtr(data), &handle, static_cast<long>(CFDataGetLength(data)));
+    if (handle && (err != noErr || MemError() != noErr)) {
+        DisposeHandle(handle);
+        handle = nullptr;
+    }
+    return handle;
+}
+
+// The content-recognising route: `makeRef` fills in a data reference and its type.
+template <typename MakeRef>
+PlimCFImageLoader FromDataReference(CFAllocatorRef allocator, MakeRef makeRef) {
+    PlimCFImageLoader loader = PlimCFImageLoaderCreate(allocator);
+    if (!loader) return nullptr;
+    Handle dataRef = nullptr;
+    OSType dataRefType = 0;
+    if (makeRef(&dataRef, &dataRefType) != noErr) {
+        if (dataRef) DisposeHandle(dataRef);
+        return Fail(loader);
+    }
+    bool ok = PlimCFImageLoaderLoadImageCommon(loader, dataRef, dataRefType);
+    DisposeHandle(dataRef);
+    return Succeed(loader, ok);
+}
+
+// Reads the file behind `url` and hands its bytes to a data creator.
+template <typename FromData>
+PlimCFImageLoader FromFileBytes(CFAllocatorRef allocator, CFURLRef url, FromData fromData) {
+    if (!url) return nullptr;
+    CFMutableDataRef bytes = ReadURL(allocator, url);
+    if (!bytes) return nullptr;
+    PlimCFImageLoader loader = fromData(allocator, bytes);
+    CFRelease(bytes);
+    return loader;
+}
+
 }  // namespace
 
 PLIM_EXPORT void PlimCFImageLoaderInit(CFTypeRef cf) {
@@ -341,12 +379,8 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromData(CFAllocat
     if (!data) return nullptr;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
     if (!loader) return nullptr;
-    Handle handle = nullptr;
-    OSErr err = PtrToHand(CFDataGetBytePtr(data), &handle, static_cast<long>(CFDataGetLength(data)));
-    if (!handle || err != noErr || MemError() != noErr) {
-        if (handle) DisposeHandle(handle);
-        return Fail(loader);
-    }
+    Handle handle = CopyToHandle(data);
+    if (!handle) return Fail(loader);
     bool ok = OpenADefaultComponent(kImporterType, subtype, &loader->importer) == noErr &&
               loader->importer &&
               GraphicsImportSetDataHandle(loader->importer, handle) == noErr &&
@@ -357,12 +391,9 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromData(CFAllocat
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromURL(CFAllocatorRef a, CFURLRef url,
                                                                       OSType subtype) {
-    if (!url) return nullptr;
-    CFMutableDataRef bytes = ReadURL(a, url);
-    if (!bytes) return nullptr;
-    PlimCFImageLoader loader = PlimCFCreateFormattedImageLoaderFromData(a, bytes, subtype);
-    CFRelease(bytes);
-    return loader;
+    return FromFileBytes(a, url, [subtype](CFAllocatorRef alloc, CFDataRef bytes) {
+        return PlimCFCreateFormattedImageLoaderFromData(alloc, bytes, subtype);
+    });
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromPath(CFAllocatorRef a, CFStringRef path,
@@ -384,12 +415,7 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreatePICTImageLoaderFromData(CFAllocatorRef
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreatePICTImageLoaderFromURL(CFAllocatorRef a, CFURLRef url) {
-    if (!url) return nullptr;
-    CFMutableDataRef bytes = ReadURL(a, url);
-    if (!bytes) return nullptr;
-    PlimCFImageLoader loader = PlimCFCreatePICTImageLoaderFromData(a, bytes);
-    CFRelease(bytes);
-    return loader;
+    return FromFileBytes(a, url, PlimCFCreatePICTImageLoaderFromData);
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreatePICTImageLoaderFromPath(CFAllocatorRef a, CFStringRef path) {
@@ -411,46 +437,26 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreatePCTImageLoaderFromPath(CFAllocatorRef 
 // Content-recognised formats.
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromURL(CFAllocatorRef a, CFURLRef url) {
     if (!url) return nullptr;
-    PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
-    if (!loader) return nullptr;
-    Handle dataRef = nullptr;
-    OSType dataRefType = 0;
-    if (QTNewDataReferenceFromCFURL(url, 0, &dataRef, &dataRefType) != noErr) {
-        if (dataRef) DisposeHandle(dataRef);
-        return Fail(loader);
-    }
-    bool ok = PlimCFImageLoaderLoadImageCommon(loader, dataRef, dataRefType);
-    DisposeHandle(dataRef);
-    return Succeed(loader, ok);
+    return FromDataReference(a, [url](Handle *dataRef, OSType *type) {
+        return QTNewDataReferenceFromCFURL(url, 0, dataRef, type);
+    });
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromPath(CFAllocatorRef a, CFStringRef path) {
     if (!path) return nullptr;
-    PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
-    if (!loader) return nullptr;
-    Handle dataRef = nullptr;
-    OSType dataRefType = 0;
-    if (QTNewDataReferenceFromFullPathCFString(path, 0, 0, &dataRef, &dataRefType) != noErr) {
-        if (dataRef) DisposeHandle(dataRef);
-        return Fail(loader);
-    }
-    bool ok = PlimCFImageLoaderLoadImageCommon(loader, dataRef, dataRefType);
-    DisposeHandle(dataRef);
-    return Succeed(loader, ok);
+    return FromDataReference(a, [path](Handle *dataRef, OSType *type) {
+        return QTNewDataReferenceFromFullPathCFString(path, 0, 0, dataRef, type);
+    });
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromData(CFAllocatorRef a, CFDataRef data) {
     if (!data) return nullptr;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
     if (!loader) return nullptr;
-    Handle bytes = nullptr;
-    OSErr err = PtrToHand(CFDataGetBytePtr(data), &bytes, static_cast<long>(CFDataGetLength(data)));
-    if (!bytes || err != noErr || MemError() != noErr) {
-        if (bytes) DisposeHandle(bytes);
-        return Fail(loader);
-    }
+    Handle bytes = CopyToHandle(data);
+    if (!bytes) return Fail(loader);
     Handle dataRef = nullptr;
-    err = PtrToHand(&bytes, &dataRef, sizeof(Handle));
+    OSErr err = PtrToHand(&bytes, &dataRef, sizeof(Handle));
     if (!dataRef || err != noErr || MemError() != noErr) {
         if (dataRef) DisposeHandle(dataRef);
         DisposeHandle(bytes);
