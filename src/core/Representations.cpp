@@ -63,13 +63,10 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
         // A buffer that cannot be rendered cannot be converted: keep it and its pixels.
         if (!PlimCFImageGetCGImage(image)) return;
     }
+    DropBuffer(image);
     // Without a target colour space there is nothing to convert into; the rendered image stays.
     CGColorSpaceRef native = NativeColorSpace();
-    if (!native) {
-        DropBuffer(image);
-        return;
-    }
-    DropBuffer(image);
+    if (!native) return;
 
     CGImageRef rendered = image->image;
     UInt32 width = static_cast<UInt32>(CGImageGetWidth(rendered));
