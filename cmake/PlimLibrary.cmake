@@ -33,7 +33,7 @@ target_link_libraries(plim_objects PUBLIC gif)
 
 add_library(PlimBitmapLib SHARED)
 target_link_libraries(PlimBitmapLib PRIVATE plim_objects)
-target_include_directories(PlimBitmapLib PUBLIC ${PROJECT_SOURCE_DIR}/include)
+target_include_directories(PlimBitmapLib PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
 set_target_properties(PlimBitmapLib PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}

@@ -1,0 +1,42 @@
+# `cmake --install`: the shared library, the public headers, a CMake package (find_package(PlimBitmapLib)
+# gives the target PlimBitmapLib::PlimBitmapLib) and a pkg-config file (plimbitmap.pc), plus the plim tool
+# and the Objective-C classes when they were built.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(PLIM_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/PlimBitmapLib)
+set(PLIM_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+target_include_directories(PlimBitmapLib INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+install(TARGETS PlimBitmapLib EXPORT PlimBitmapLibTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/PlimBitmapLib
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        PATTERN "objects" EXCLUDE)
+install(EXPORT PlimBitmapLibTargets NAMESPACE PlimBitmapLib:: DESTINATION ${PLIM_CMAKE_DIR})
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/PlimBitmapLibConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/PlimBitmapLibConfig.cmake
+                              INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/PlimBitmapLibConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/PlimBitmapLibConfig.cmake
+              ${PROJECT_BINARY_DIR}/PlimBitmapLibConfigVersion.cmake
+        DESTINATION ${PLIM_CMAKE_DIR})
+
+# The .pc file finds its prefix from where it lies, so `cmake --install --prefix` anywhere works.
+file(RELATIVE_PATH PLIM_PC_TO_PREFIX /${PLIM_PKGCONFIG_DIR} /)
+string(REGEX REPLACE "/$" "" PLIM_PC_TO_PREFIX "${PLIM_PC_TO_PREFIX}")
+string(REPLACE ";" " " PLIM_PC_REQUIRES_PRIVATE "${PLIM_PKG_MODULES}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/plimbitmap.pc.in ${PROJECT_BINARY_DIR}/plimbitmap.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/plimbitmap.pc DESTINATION ${PLIM_PKGCONFIG_DIR})
+
+if(TARGET plim)
+  install(TARGETS plim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+if(TARGET PlimBitmapObjects)
+  install(TARGETS PlimBitmapObjects LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/PlimBitmapLib/objects
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PlimBitmapLib)
+endif()

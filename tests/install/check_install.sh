@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the build tree into a fresh prefix, then builds the consumer project against it twice:
+# through find_package(PlimBitmapLib) and through pkg-config plimbitmap, and builds README's C example
+# with pkg-config. Each build must compile without warnings, link and run.
+# Usage: check_install.sh BUILD_DIR CONSUMER_SOURCE_DIR README SCRATCH_DIR [extra compiler/linker flags]
+set -euo pipefail
+build=$1 consumer=$2 readme=$3 scratch=$4 flags=${5:-}
+rm -rf "$scratch"
+mkdir -p "$scratch"
+prefix=$scratch/prefix
+
+cmake --install "$build" --prefix "$prefix" >"$scratch/install.log"
+
+echo "== find_package(PlimBitmapLib)"
+cmake -S "$consumer" -B "$scratch/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" \
+      -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >"$scratch/configure.log"
+cmake --build "$scratch/cmake-build" >"$scratch/build.log"
+"$scratch/cmake-build/consumer"
+
+echo "== pkg-config plimbitmap"
+pc_dir=$(dirname "$(find "$prefix" -name plimbitmap.pc -print -quit)")
+export PKG_CONFIG_PATH=$pc_dir
+libdir=$(pkg-config --variable=libdir plimbitmap)
+# shellcheck disable=SC2046,SC2086
+cc -std=c99 -Wall -Wextra -pedantic -Werror $flags "$consumer/main.c" -o "$scratch/consumer-pc" $(pkg-config --cflags --libs plimbitmap) \
+   -Wl,-rpath,"$libdir"
+"$scratch/consumer-pc"
+
+echo "== README's example"
+awk '/^```c$/ {inside = 1; next} inside && /^```$/ {exit} inside {print}' "$readme" >"$scratch/tour.c"
+grep -q main "$scratch/tour.c"
+# shellcheck disable=SC2046,SC2086
+cc -std=c99 -Wall -Wextra -pedantic -Werror $flags "$scratch/tour.c" -o "$scratch/tour" \
+   $(pkg-config --cflags --libs plimbitmap) -Wl,-rpath,"$libdir"
+(cd "$scratch" && ./tour >tour.out)
+head -1 "$scratch/tour.out"
+test -s "$scratch/tour.png"
