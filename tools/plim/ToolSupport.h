@@ -1,0 +1,56 @@
+// Shared pieces of the plim command-line tool: operation names, output formats, safe file writes
+// and the traced-outline drawing. Everything here goes through the public C API only.
+#pragma once
+
+#include <PlimBitmapLib/PlimBitmapLib.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace plimtool {
+
+// The 24 composite operations as the command line spells them ("clear", "copy-src", "srcover",
+// "multiply", "soft-light", ...), in operation-code order.
+struct OperationName {
+    const char *name;
+    PlimCompositeOperation operation;
+};
+const std::vector<OperationName> &CompositeOperationNames();
+std::optional<PlimCompositeOperation> CompositeOperationFromName(std::string_view name);
+
+enum class OutputFormat { PNG, JPEG, TIFF, PICT, PCT };
+// "png", "jpeg"/"jpg", "tiff"/"tif", "pict", "pct" (case-insensitive); nullopt otherwise.
+std::optional<OutputFormat> OutputFormatFromName(std::string_view name);
+// From the extension of path; nullopt when it has none or an unknown one.
+std::optional<OutputFormat> OutputFormatFromPath(std::string_view path);
+
+// Loads an image file. On failure returns null and sets *error to a one-line message naming the path
+// ("cannot read ...", "unsupported or corrupt image ...").
+PlimCFImage LoadImageFile(const std::string &path, std::string *error);
+
+// Encodes the image and writes it to path through a temporary file in the same directory that is
+// renamed into place, so a failure never leaves a partial file. Returns false and sets *error to a
+// one-line message on failure.
+bool WriteImageFile(PlimCFImage image, const std::string &path, OutputFormat format,
+                    std::string *error);
+// Same guarantee for text (SVG, JSON, ...).
+bool WriteTextFile(const std::string &path, std::string_view text, std::string *error);
+
+// An SVG document showing the image (embedded as a PNG data URI) with its alpha outline at the given
+// threshold stroked on top. Returns nullopt and sets *error when the image cannot be encoded or traced.
+std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, std::string *error);
+// As above; the tracer's own log reaches standard output only when showLog is true.
+std::optional<std::string> TraceSVGDocumentWithLog(PlimCFImage image, float threshold, bool showLog,
+                                                   std::string *error);
+
+// Exit codes shared by every subcommand.
+constexpr int kExitOK = 0;
+constexpr int kExitFailure = 1;  // unreadable/unsupported/corrupt input, failed operation or write
+constexpr int kExitUsage = 2;    // bad arguments
+
+// `plim demo OUTDIR`; args are the words after "demo" (handles --help itself).
+int RunDemo(const std::vector<std::string> &args);
+
+}  // namespace plimtool

@@ -1,0 +1,114 @@
+// plim: the command line over PlimBitmapLib. Dispatches a subcommand and owns the usage texts.
+#include "Commands.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace plimtool {
+
+namespace {
+
+struct Usage {
+    const char *name;
+    const char *text;
+};
+
+const Usage kUsages[] = {
+    {"info", "usage: plim info FILE...\n"
+             "  Prints format, size, bits, bytes per row, colour model, alpha info, opacity and\n"
+             "  the image's description for each file.\n"},
+    {"convert", "usage: plim convert IN OUT [--format png|jpeg|tiff|pict|pct]\n"
+                "       plim convert IN... --out-dir DIR [--format png|jpeg|tiff|pict|pct]\n"
+                "  Re-encodes images. The format comes from OUT's extension unless --format is given;\n"
+                "  with --out-dir each input keeps its name, with the new format's extension.\n"},
+    {"crop", "usage: plim crop IN OUT X,Y,W,H\n"
+             "  Keeps the rectangle, X and Y counted from the top-left corner.\n"},
+    {"scale", "usage: plim scale IN OUT W,H\n  Resamples the picture to W x H pixels.\n"},
+    {"flip", "usage: plim flip IN OUT\n  Mirrors the rows top to bottom.\n"},
+    {"gray", "usage: plim gray IN OUT\n  Converts to an 8-bit grey image.\n"},
+    {"color", "usage: plim color IN OUT\n  Converts a grey image to colour.\n"},
+    {"add-alpha", "usage: plim add-alpha IN OUT\n  Gives an image without alpha an alpha channel.\n"},
+    {"remove-alpha", "usage: plim remove-alpha IN OUT\n  Makes every pixel opaque.\n"},
+    {"invert", "usage: plim invert IN OUT\n  Inverts the colours.\n"},
+    {"clear", "usage: plim clear IN OUT\n  Transparent black with alpha, white without.\n"},
+    {"opaque", "usage: plim opaque IN OUT\n  Writes an opaque copy (alpha removed).\n"},
+    {"alpha", "usage: plim alpha IN OUT\n  Writes the alpha channel as a grey image.\n"},
+    {"mask", "usage: plim mask IMAGE MASK OUT [--premultiplied]\n"
+             "  Uses MASK's grey values as IMAGE's alpha; with --premultiplied IMAGE's colours are\n"
+             "  taken as already multiplied by the mask. Both must have the same size.\n"},
+    {"composite", "usage: plim composite SRC DEST OUT --op NAME [--src-rect X,Y,W,H --dest-rect X,Y,W,H]...\n"
+                  "  Combines SRC into DEST. Rectangles come in pairs, Y counted from the top row;\n"
+                  "  without them the whole images are used. NAME is one of: clear copy-src\n"
+                  "  copy-dest srcover destover srcin destin srcout destout srcatop destatop xor plus\n"
+                  "  multiply screen overlay darken lighten color-dodge color-burn hard-light\n"
+                  "  soft-light difference exclusion.\n"},
+    {"tile", "usage: plim tile SRC DEST OUT --src-rect X,Y,W,H --dest-rect X,Y,W,H [--op NAME]\n"
+             "                 [--origin min-x-max-y|max-x-max-y|min-x-min-y|max-x-min-y]\n"
+             "  Repeats the source rectangle across the destination rectangle (default op\n"
+             "  srcover, origin min-x-max-y).\n"},
+    {"trace", "usage: plim trace IN OUT.svg [--threshold T] [--log]\n"
+              "  Writes an SVG of the image with its alpha outline (alpha above T, default 0.5)\n"
+              "  stroked on top; --log shows the tracer's log.\n"},
+    {"recolor", "usage: plim recolor IN OUT LIST.json\n"
+                "  Replaces every pixel's colour through a colour match list.\n"},
+    {"match", "usage: plim match LIST.json R,G,B,A\n"
+              "  Prints the colour match list's result for one colour (components 0 to 1);\n"
+              "  prints \"no match\" and exits 1 when nothing matched.\n"},
+    {"demo", "usage: plim demo OUTDIR\n"},
+};
+
+void PrintMainUsage(std::FILE *stream) {
+    std::fputs("usage: plim SUBCOMMAND [ARGS...]\n"
+               "       plim SUBCOMMAND --help\n\nsubcommands:\n", stream);
+    for (const Usage &usage : kUsages) {
+        std::string text = usage.text;
+        std::fprintf(stream, "  %s\n", text.substr(7, text.find('\n') - 7).c_str());
+    }
+}
+
+}  // namespace
+
+void PrintError(const std::string &sub, const std::string &message) {
+    std::fprintf(stderr, "plim: %s: %s\n", sub.c_str(), message.c_str());
+}
+
+std::string UsageText(const std::string &sub) {
+    for (const Usage &usage : kUsages)
+        if (sub == usage.name) return usage.text;
+    return {};
+}
+
+}  // namespace plimtool
+
+int main(int argc, char **argv) {
+    using namespace plimtool;
+    if (argc < 2) {
+        std::fputs("plim: missing subcommand (try 'plim --help')\n", stderr);
+        return kExitUsage;
+    }
+    std::string sub = argv[1];
+    Args args(argv + 2, argv + argc);
+    if (sub == "--help" || sub == "-h" || sub == "help") {
+        if (sub == "help" && !args.empty() && !UsageText(args[0]).empty()) {
+            std::fputs(UsageText(args[0]).c_str(), stdout);
+            return kExitOK;
+        }
+        PrintMainUsage(stdout);
+        return kExitOK;
+    }
+    if (sub == "info") return RunInfo(args);
+    if (sub == "convert") return RunConvert(args);
+    if (sub == "crop") return RunCrop(args);
+    if (sub == "scale") return RunScale(args);
+    if (sub == "mask") return RunMask(args);
+    if (sub == "composite") return RunComposite(args);
+    if (sub == "tile") return RunTile(args);
+    if (sub == "trace") return RunTrace(args);
+    if (sub == "recolor") return RunRecolor(args);
+    if (sub == "match") return RunMatch(args);
+    if (sub == "demo") return RunDemo(args);
+    if (!UsageText(sub).empty()) return RunSimpleOperation(sub, args);
+    std::fprintf(stderr, "plim: unknown subcommand '%s' (try 'plim --help')\n", sub.c_str());
+    return kExitUsage;
+}
