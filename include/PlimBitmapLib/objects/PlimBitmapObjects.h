@@ -2,6 +2,7 @@
 #ifndef PLIM_OBJECTS_PLIMBITMAPOBJECTS_H
 #define PLIM_OBJECTS_PLIMBITMAPOBJECTS_H
 
+#import <Foundation/Foundation.h>
 #import <PlimBitmapLib/objects/PlimImage.h>
 #import <PlimBitmapLib/objects/PlimContext.h>
 #import <PlimBitmapLib/objects/PlimImageExporter.h>
