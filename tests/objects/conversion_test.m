@@ -87,6 +87,17 @@ static void TestGreyRepresentations(void) {
     const unsigned char expected16[] = {0, 255, 100, 100, 101, 255};
     CHECK(p != NULL && memcmp(p, expected16, sizeof expected16) == 0);
     free(p);
+
+    /* 4 bits a sample scale by 17; float samples are clamped to 0...1. */
+    const unsigned char nibbles[] = {0x01, 0x9F};
+    p = Convert(MakeRep(4, 1, 4, 1, NO, NO, NSCalibratedWhiteColorSpace, 0, nibbles), 8, kCGImageAlphaNone, NO);
+    CHECK(p != NULL && p[0] == 0 && p[1] == 17 && p[2] == 153 && p[3] == 255);
+    free(p);
+    const float floats[] = {-0.5f, 0.5f, 0.25f, 2.0f};
+    p = Convert(MakeRep(4, 1, 32, 1, NO, NO, NSCalibratedWhiteColorSpace, NSFloatingPointSamplesBitmapFormat, floats),
+                8, kCGImageAlphaNone, NO);
+    CHECK(p != NULL && p[0] == 0 && p[1] == 128 && p[2] == 64 && p[3] == 255);
+    free(p);
 }
 
 static void TestRGBRepresentations(void) {
