@@ -35,3 +35,22 @@ cc -std=c99 -Wall -Wextra -pedantic -Werror $flags "$scratch/tour.c" -o "$scratc
 (cd "$scratch" && ./tour >tour.out)
 head -1 "$scratch/tour.out"
 test -s "$scratch/tour.png"
+
+# The Objective-C classes, when this build made them: README's example against the installed
+# headers and library.
+if [ -n "$(find "$prefix" -name 'libPlimBitmapObjects.so*' -print -quit)" ]; then
+  echo "== README's Objective-C example"
+  awk '/^```objc$/ {inside = 1; next} inside && /^```$/ {exit} inside {print}' "$readme" >"$scratch/tour.m"
+  grep -q main "$scratch/tour.m"
+  # shellcheck disable=SC2046,SC2086
+  (cd "$scratch" && cc -Wall -Werror $flags tour.m $(gnustep-config --objc-flags) $(pkg-config --cflags plimbitmap) \
+     -o tour-objc -L"$libdir" -lPlimBitmapObjects $(pkg-config --libs plimbitmap) $(gnustep-config --gui-libs) \
+     -Wl,-rpath,"$libdir")
+  # Under the sanitizers, the same leak suppressions as the classes' own suites (the Objective-C
+  # runtime's class tables).
+  supp=$(cd "$(dirname "$readme")" && pwd)/tests/objects/lsan.supp
+  (cd "$scratch" && DISPLAY= LSAN_OPTIONS=suppressions=$supp:print_suppressions=0:fast_unwind_on_malloc=0 \
+     ./tour-objc 2>tour-objc.log)
+  grep -q "Invalid parameter not satisfying: mImage != nil" "$scratch/tour-objc.log"
+  test -s "$scratch/objc-tour.png"
+fi
