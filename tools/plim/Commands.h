@@ -41,14 +41,7 @@ bool ParseRect(const std::string &text, CGRect *rect);
 int RunLoadChangeWrite(const std::string &sub, const std::string &in, const std::string &out,
                        bool (*change)(PlimCFImage image, const void *context, std::string *error),
                        const void *context);
-// Releases an image on scope exit.
-struct ImageHolder {
-    PlimCFImage image = nullptr;
-    explicit ImageHolder(PlimCFImage i) : image(i) {}
-    ImageHolder(const ImageHolder &) = delete;
-    ImageHolder &operator=(const ImageHolder &) = delete;
-    ~ImageHolder() { if (image) CFRelease(image); }
-};
+using ImageHolder = CFHolder<PlimCFImage>;
 
 int RunInfo(const Args &args);
 int RunConvert(const Args &args);

@@ -140,18 +140,18 @@ int RunRecolor(const Args &args) {
     ListHolder list;
     if (!LoadList(parsed.positional[2], &list, &error)) return PrintError("recolor", error), kExitFailure;
     ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.image) return PrintError("recolor", error), kExitFailure;
+    if (!image.ref) return PrintError("recolor", error), kExitFailure;
 
     // Work on 8-bit premultiplied ARGB (or XRGB) in memory order A, R, G, B.
-    PlimCFImagePromoteImage(image.image, true, false);
-    auto *pixels = static_cast<UInt8 *>(PlimCFImageGetImageBuffer(image.image));
-    PlimCFImageInvalidateImage(image.image);  // from here on the layout getters read the buffer
-    if (!pixels || PlimCFImageGetBitsPerPixel(image.image) != 32)
+    PlimCFImagePromoteImage(image.ref, true, false);
+    auto *pixels = static_cast<UInt8 *>(PlimCFImageGetImageBuffer(image.ref));
+    PlimCFImageInvalidateImage(image.ref);  // from here on the layout getters read the buffer
+    if (!pixels || PlimCFImageGetBitsPerPixel(image.ref) != 32)
         return PrintError("recolor", "cannot get the image's pixels"), kExitFailure;
-    bool hasAlpha = PlimCFImageHasAlpha(image.image);
-    UInt32 width = PlimCFImageGetWidth(image.image);
-    UInt32 height = PlimCFImageGetHeight(image.image);
-    UInt32 rowBytes = PlimCFImageGetBytesPerRow(image.image);
+    bool hasAlpha = PlimCFImageHasAlpha(image.ref);
+    UInt32 width = PlimCFImageGetWidth(image.ref);
+    UInt32 height = PlimCFImageGetHeight(image.ref);
+    UInt32 rowBytes = PlimCFImageGetBytesPerRow(image.ref);
     std::unordered_map<uint32_t, uint32_t> cache;
     for (UInt32 y = 0; y < height; ++y) {
         UInt8 *p = pixels + static_cast<size_t>(y) * rowBytes;
@@ -188,8 +188,8 @@ int RunRecolor(const Args &args) {
             p[3] = static_cast<UInt8>(v);
         }
     }
-    PlimCFImageInvalidateImage(image.image);
-    if (!WriteImageFile(image.image, parsed.positional[1], *format, &error))
+    PlimCFImageInvalidateImage(image.ref);
+    if (!WriteImageFile(image.ref, parsed.positional[1], *format, &error))
         return PrintError("recolor", error), kExitFailure;
     return kExitOK;
 }

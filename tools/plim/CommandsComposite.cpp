@@ -50,11 +50,11 @@ int CombineAndWrite(const std::string &sub, const ParsedArgs &parsed, Combine co
     }
     std::string error;
     ImageHolder src(LoadImageFile(parsed.positional[0], &error));
-    if (!src.image) return PrintError(sub, error), kExitFailure;
+    if (!src.ref) return PrintError(sub, error), kExitFailure;
     ImageHolder dest(LoadImageFile(parsed.positional[1], &error));
-    if (!dest.image) return PrintError(sub, error), kExitFailure;
-    combine(src.image, dest.image);
-    if (!WriteImageFile(dest.image, parsed.positional[2], *format, &error))
+    if (!dest.ref) return PrintError(sub, error), kExitFailure;
+    combine(src.ref, dest.ref);
+    if (!WriteImageFile(dest.ref, parsed.positional[2], *format, &error))
         return PrintError(sub, error), kExitFailure;
     return kExitOK;
 }
@@ -135,9 +135,9 @@ int RunTrace(const Args &args) {
     }
     std::string error;
     ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.image) return PrintError("trace", error), kExitFailure;
+    if (!image.ref) return PrintError("trace", error), kExitFailure;
     std::optional<std::string> svg =
-        TraceSVGDocumentWithLog(image.image, threshold[0], parsed.Has("--log"), &error);
+        TraceSVGDocumentWithLog(image.ref, threshold[0], parsed.Has("--log"), &error);
     if (!svg || !WriteTextFile(parsed.positional[1], *svg, &error))
         return PrintError("trace", error), kExitFailure;
     return kExitOK;

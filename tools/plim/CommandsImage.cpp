@@ -220,15 +220,15 @@ int RunLoadChangeWrite(const std::string &sub, const std::string &in, const std:
     if (!format) return kExitUsage;
     std::string error;
     ImageHolder image(LoadImageFile(in, &error));
-    if (!image.image) {
+    if (!image.ref) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    if (change && !change(image.image, context, &error)) {
+    if (change && !change(image.ref, context, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    if (!WriteImageFile(image.image, out, *format, &error)) {
+    if (!WriteImageFile(image.ref, out, *format, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
@@ -243,12 +243,12 @@ int RunInfo(const Args &args) {
     for (const std::string &path : parsed.positional) {
         std::string error;
         ImageHolder image(LoadImageFile(path, &error));
-        if (!image.image) {
+        if (!image.ref) {
             PrintError("info", error);
             code = kExitFailure;
             continue;
         }
-        PlimCFImage i = image.image;
+        PlimCFImage i = image.ref;
         std::printf("%s:\n", path.c_str());
         std::printf("  format: %s\n", FileFormatName(path).c_str());
         std::printf("  width: %u\n  height: %u\n", PlimCFImageGetWidth(i), PlimCFImageGetHeight(i));
@@ -274,7 +274,7 @@ int RunConvert(const Args &args) {
         if (!format) return kExitUsage;
         std::string error;
         ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-        if (!image.image || !WriteImageFile(image.image, parsed.positional[1], *format, &error)) {
+        if (!image.ref || !WriteImageFile(image.ref, parsed.positional[1], *format, &error)) {
             PrintError("convert", error);
             return kExitFailure;
         }
@@ -301,7 +301,7 @@ int RunConvert(const Args &args) {
         if (forced.empty()) target = OutputFormatFromPath(in).value_or(OutputFormat::PNG);
         std::string out = dir + "/" + StemOf(in) + "." + ExtensionOf(*target);
         ImageHolder image(LoadImageFile(in, &error));
-        if (!image.image || !WriteImageFile(image.image, out, *target, &error)) {
+        if (!image.ref || !WriteImageFile(image.ref, out, *target, &error)) {
             if (isatty(STDERR_FILENO)) std::fputc('\n', stderr);
             PrintError("convert", error);
             code = kExitFailure;
@@ -402,16 +402,16 @@ int RunSimpleOperation(const std::string &sub, const Args &args) {
     if (!format) return kExitUsage;
     std::string error;
     ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.image) {
+    if (!image.ref) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    ImageHolder result(entry->copy(nullptr, image.image));
-    if (!result.image) {
+    ImageHolder result(entry->copy(nullptr, image.ref));
+    if (!result.ref) {
         PrintError(sub, "the operation failed");
         return kExitFailure;
     }
-    if (!WriteImageFile(result.image, parsed.positional[1], *format, &error)) {
+    if (!WriteImageFile(result.ref, parsed.positional[1], *format, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
@@ -426,20 +426,20 @@ int RunMask(const Args &args) {
     if (!format) return kExitUsage;
     std::string error;
     ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.image) return PrintError("mask", error), kExitFailure;
+    if (!image.ref) return PrintError("mask", error), kExitFailure;
     ImageHolder mask(LoadImageFile(parsed.positional[1], &error));
-    if (!mask.image) return PrintError("mask", error), kExitFailure;
-    if (PlimCFImageGetWidth(image.image) != PlimCFImageGetWidth(mask.image) ||
-        PlimCFImageGetHeight(image.image) != PlimCFImageGetHeight(mask.image)) {
+    if (!mask.ref) return PrintError("mask", error), kExitFailure;
+    if (PlimCFImageGetWidth(image.ref) != PlimCFImageGetWidth(mask.ref) ||
+        PlimCFImageGetHeight(image.ref) != PlimCFImageGetHeight(mask.ref)) {
         PrintError("mask", "the image and the mask differ in size");
         return kExitFailure;
     }
     // The mask's grey values are its alpha, so bring a colour mask to grey first.
-    if (PlimCFImageIsColor(mask.image)) PlimCFImageConvertToGrayscale(mask.image);
-    ImageHolder result(PlimCFImageCreateWithImageAndMask(nullptr, image.image, mask.image,
+    if (PlimCFImageIsColor(mask.ref)) PlimCFImageConvertToGrayscale(mask.ref);
+    ImageHolder result(PlimCFImageCreateWithImageAndMask(nullptr, image.ref, mask.ref,
                                                          parsed.Has("--premultiplied")));
-    if (!result.image) return PrintError("mask", "the operation failed"), kExitFailure;
-    if (!WriteImageFile(result.image, parsed.positional[2], *format, &error))
+    if (!result.ref) return PrintError("mask", "the operation failed"), kExitFailure;
+    if (!WriteImageFile(result.ref, parsed.positional[2], *format, &error))
         return PrintError("mask", error), kExitFailure;
     return kExitOK;
 }

@@ -18,15 +18,6 @@ namespace plimtool {
 
 namespace {
 
-template <typename T>
-struct CFHolder {
-    T ref = nullptr;
-    explicit CFHolder(T r) : ref(r) {}
-    CFHolder(const CFHolder &) = delete;
-    CFHolder &operator=(const CFHolder &) = delete;
-    ~CFHolder() { if (ref) CFRelease(ref); }
-};
-
 std::string Lower(std::string_view text) {
     std::string out(text);
     for (char &c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

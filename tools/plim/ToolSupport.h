@@ -11,6 +11,16 @@
 
 namespace plimtool {
 
+// Releases a CF object (image, data, string) on scope exit.
+template <typename T>
+struct CFHolder {
+    T ref = nullptr;
+    explicit CFHolder(T r) : ref(r) {}
+    CFHolder(const CFHolder &) = delete;
+    CFHolder &operator=(const CFHolder &) = delete;
+    ~CFHolder() { if (ref) CFRelease(ref); }
+};
+
 // The 24 composite operations as the command line spells them ("clear", "copy-src", "srcover",
 // "multiply", "soft-light", ...), in operation-code order.
 struct OperationName {
