@@ -2,11 +2,7 @@
 # Every plim subcommand on generated inputs: exit code 0 and an output whose size and pixels show
 # that the operation happened.
 # Usage: bash commands.sh <path to plim> <scratch dir>
-set -u
-plim=$1
-scratch=$2
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+source "$(dirname "$0")/harness.bash" "$@"
 run() { "$plim" "$@" >"$scratch/last.out" 2>"$scratch/last.err" || fail "plim $* exited $?: $(cat "$scratch/last.err")"; }
 size() { identify -format '%wx%h' "$1" 2>/dev/null; }
 # A pixel as straight 8-bit "r,g,b,a", whatever the file's colour type.
@@ -16,8 +12,6 @@ pixel() {
         info: 2>/dev/null
 }
 
-rm -rf "$scratch"
-mkdir -p "$scratch"
 cd "$scratch" || exit 1
 
 # Half-transparent red with an opaque blue disc in the middle; a solid white image; a grey ramp.
@@ -158,5 +152,4 @@ run recolor in.png recolor.png list.json
 [ "$(pixel recolor.png 10,5)" = "0,255,0,255" ] || fail "recolor blue to green: $(pixel recolor.png 10,5)"
 [ "$(pixel recolor.png 0,0)" = "$(pixel in.png 0,0)" ] || fail "recolor should keep unmatched pixels"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
-echo "all plim command checks passed"
+finish "all plim command checks passed"

@@ -2,14 +2,7 @@
 # plim demo: usage and exit codes, every listed file written and readable at its expected size,
 # 24 different contact-sheet tiles, and a failed run leaving nothing behind.
 # Usage: bash demo.sh <path to plim> <scratch dir>
-set -u
-plim=$1
-scratch=$2
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-
-rm -rf "$scratch"
-mkdir -p "$scratch"
+source "$(dirname "$0")/harness.bash" "$@"
 
 # --- usage and bad arguments ---
 "$plim" demo --help >"$scratch/help.out" 2>"$scratch/help.err"
@@ -101,8 +94,4 @@ grep -q "^plim: demo: " "$scratch/fail.err" || fail "failure should print a 'pli
 [ $? -eq 1 ] || fail "OUTDIR two levels deep should exit 1"
 [ -e "$scratch/missing" ] && fail "a failed run must not create directories"
 
-if [ $failures -ne 0 ]; then
-    echo "$failures check(s) failed" >&2
-    exit 1
-fi
-echo "demo: all checks passed"
+finish "demo: all checks passed"

@@ -3,14 +3,7 @@
 # exit 1, each with one "plim: <sub>: " line on stderr, and no output file (not even a temporary)
 # left behind.
 # Usage: bash errors.sh <path to plim> <scratch dir>
-set -u
-plim=$1
-scratch=$2
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-
-rm -rf "$scratch"
-mkdir -p "$scratch"
+source "$(dirname "$0")/harness.bash" "$@"
 cd "$scratch" || exit 1
 convert -size 8x8 xc:'rgba(0,128,255,0.75)' -depth 8 in.png
 head -c 40 in.png >truncated.png
@@ -96,5 +89,4 @@ mkdir batch
 [ -f batch/in.png ] && [ ! -e batch/text.png ] || fail "batch: only the good input is written"
 [ -z "$(ls -A batch | grep '^\.')" ] || fail "batch left temporary files"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
-echo "all plim error checks passed"
+finish "all plim error checks passed"
