@@ -32,6 +32,11 @@ bool ParseArgs(const std::string &sub, const Args &args, const std::set<std::str
                const std::set<std::string> &flags, ParsedArgs *out);
 // Checks the positional count; prints a usage error and returns false otherwise.
 bool ExpectPositionals(const std::string &sub, const ParsedArgs &parsed, size_t count);
+// The start of every subcommand: parses args, prints the usage for --help, and checks that there
+// are exactly `count` positionals (any number when 0). False when the subcommand should stop
+// at once, with *exitCode set.
+bool Prepare(const std::string &sub, const Args &args, const std::set<std::string> &valued,
+             const std::set<std::string> &flags, size_t count, ParsedArgs *parsed, int *exitCode);
 
 // "X,Y,W,H" and "W,H" as floats; false on anything else.
 bool ParseFloats(const std::string &text, size_t count, std::vector<float> *values);

@@ -128,9 +128,8 @@ UInt8 ToByte(float value) {
 
 int RunRecolor(const Args &args) {
     ParsedArgs parsed;
-    if (!ParseArgs("recolor", args, {}, {}, &parsed)) return kExitUsage;
-    if (parsed.help) return std::fputs(UsageText("recolor").c_str(), stdout), kExitOK;
-    if (!ExpectPositionals("recolor", parsed, 3)) return kExitUsage;
+    int code = kExitOK;
+    if (!Prepare("recolor", args, {}, {}, 3, &parsed, &code)) return code;
     std::optional<OutputFormat> format = OutputFormatFromPath(parsed.positional[1]);
     if (!format) {
         PrintError("recolor", "cannot tell the output format from '" + parsed.positional[1] + "'");
@@ -196,9 +195,8 @@ int RunRecolor(const Args &args) {
 
 int RunMatch(const Args &args) {
     ParsedArgs parsed;
-    if (!ParseArgs("match", args, {}, {}, &parsed)) return kExitUsage;
-    if (parsed.help) return std::fputs(UsageText("match").c_str(), stdout), kExitOK;
-    if (!ExpectPositionals("match", parsed, 2)) return kExitUsage;
+    int code = kExitOK;
+    if (!Prepare("match", args, {}, {}, 2, &parsed, &code)) return code;
     std::vector<float> color;
     if (!ParseFloats(parsed.positional[1], 4, &color)) {
         PrintError("match", "bad colour '" + parsed.positional[1] + "' (want R,G,B,A)");

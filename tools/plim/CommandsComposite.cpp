@@ -3,16 +3,9 @@
 
 #include <PlimBitmapLib/PlimCFImageComposite.h>
 
-#include <cstdio>
-
 namespace plimtool {
 
 namespace {
-
-bool Help(const std::string &sub, const ParsedArgs &parsed) {
-    if (parsed.help) std::fputs(UsageText(sub).c_str(), stdout);
-    return parsed.help;
-}
 
 bool ParseRects(const std::string &sub, const std::vector<std::string> &texts,
                 std::vector<CGRect> *rects) {
@@ -63,10 +56,9 @@ int CombineAndWrite(const std::string &sub, const ParsedArgs &parsed, Combine co
 
 int RunComposite(const Args &args) {
     ParsedArgs parsed;
-    if (!ParseArgs("composite", args, {"--op", "--src-rect", "--dest-rect"}, {}, &parsed))
-        return kExitUsage;
-    if (Help("composite", parsed)) return kExitOK;
-    if (!ExpectPositionals("composite", parsed, 3)) return kExitUsage;
+    int code = kExitOK;
+    if (!Prepare("composite", args, {"--op", "--src-rect", "--dest-rect"}, {}, 3, &parsed, &code))
+        return code;
     std::optional<PlimCompositeOperation> operation = OperationOption("composite", parsed, nullptr);
     if (!operation) return kExitUsage;
     std::vector<CGRect> srcRects, destRects;
@@ -88,10 +80,10 @@ int RunComposite(const Args &args) {
 
 int RunTile(const Args &args) {
     ParsedArgs parsed;
-    if (!ParseArgs("tile", args, {"--op", "--src-rect", "--dest-rect", "--origin"}, {}, &parsed))
-        return kExitUsage;
-    if (Help("tile", parsed)) return kExitOK;
-    if (!ExpectPositionals("tile", parsed, 3)) return kExitUsage;
+    int code = kExitOK;
+    if (!Prepare("tile", args, {"--op", "--src-rect", "--dest-rect", "--origin"}, {}, 3, &parsed,
+                 &code))
+        return code;
     std::optional<PlimCompositeOperation> operation = OperationOption("tile", parsed, "srcover");
     if (!operation) return kExitUsage;
     std::vector<CGRect> srcRect, destRect;
@@ -123,9 +115,8 @@ int RunTile(const Args &args) {
 
 int RunTrace(const Args &args) {
     ParsedArgs parsed;
-    if (!ParseArgs("trace", args, {"--threshold"}, {"--log"}, &parsed)) return kExitUsage;
-    if (Help("trace", parsed)) return kExitOK;
-    if (!ExpectPositionals("trace", parsed, 2)) return kExitUsage;
+    int code = kExitOK;
+    if (!Prepare("trace", args, {"--threshold"}, {"--log"}, 2, &parsed, &code)) return code;
     std::vector<float> threshold = {0.5f};
     if (parsed.Has("--threshold") &&
         (!ParseFloats(parsed.Last("--threshold"), 1, &threshold) || threshold[0] < 0 ||
@@ -137,7 +128,7 @@ int RunTrace(const Args &args) {
     ImageHolder image(LoadImageFile(parsed.positional[0], &error));
     if (!image.ref) return PrintError("trace", error), kExitFailure;
     std::optional<std::string> svg =
-        TraceSVGDocumentWithLog(image.ref, threshold[0], parsed.Has("--log"), &error);
+        TraceSVGDocument(image.ref, threshold[0], parsed.Has("--log"), &error);
     if (!svg || !WriteTextFile(parsed.positional[1], *svg, &error))
         return PrintError("trace", error), kExitFailure;
     return kExitOK;

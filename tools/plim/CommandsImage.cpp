@@ -88,9 +88,6 @@ bool ParseRect(const std::string &text, CGRect *rect) {
     return true;
 }
 
-namespace {
-
-// Most subcommands print their usage for --help and otherwise need exactly `count` words.
 bool Prepare(const std::string &sub, const Args &args, const std::set<std::string> &valued,
              const std::set<std::string> &flags, size_t count, ParsedArgs *parsed, int *exitCode) {
     if (!ParseArgs(sub, args, valued, flags, parsed)) {
@@ -108,6 +105,8 @@ bool Prepare(const std::string &sub, const Args &args, const std::set<std::strin
     }
     return true;
 }
+
+namespace {
 
 std::optional<OutputFormat> FormatForOutput(const std::string &sub, const std::string &out,
                                             const std::string &forced) {
@@ -160,18 +159,8 @@ std::string FileFormatName(const std::string &path) {
 
 std::string Describe(PlimCFImage image) {
     CFStringRef description = CFCopyDescription(image);
-    if (!description) return {};
-    std::string out;
-    if (const char *p = CFStringGetCStringPtr(description, kCFStringEncodingUTF8)) {
-        out = p;
-    } else {
-        CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(description),
-                                                         kCFStringEncodingUTF8) + 1;
-        std::string buffer(static_cast<size_t>(size), '\0');
-        if (CFStringGetCString(description, buffer.data(), size, kCFStringEncodingUTF8))
-            out = buffer.c_str();
-    }
-    CFRelease(description);
+    std::string out = CFStringToStd(description);
+    if (description) CFRelease(description);
     return out;
 }
 

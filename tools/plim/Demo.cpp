@@ -197,7 +197,7 @@ bool WriteDemo(DemoWriter &out, std::string *index, std::string *error) {
     ImageRef pattern = MakePattern(source.get());
     if (!out.Image("pattern.png", pattern.get(), "tiled source", error)) return false;
 
-    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, error);
+    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, false, error);
     if (!svg || !out.Text("outline.svg", *svg, "traced alpha outline", error)) return false;
 
     ImageRef scene = MakeScene(source.get(), destination.get());

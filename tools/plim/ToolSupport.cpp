@@ -10,7 +10,6 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,16 +40,6 @@ std::string Base64(const UInt8 *bytes, size_t length) {
     return out;
 }
 
-std::string CFStringToStd(CFStringRef string) {
-    if (!string) return {};
-    if (const char *p = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) return p;
-    CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string),
-                                                     kCFStringEncodingUTF8) + 1;
-    std::string out(static_cast<size_t>(size), '\0');
-    if (!CFStringGetCString(string, out.data(), size, kCFStringEncodingUTF8)) return {};
-    out.resize(std::strlen(out.c_str()));
-    return out;
-}
 
 // Writes bytes to a temporary beside path and renames it into place.
 bool WriteBytesAtomically(const std::string &path, const void *bytes, size_t length,
@@ -118,6 +107,17 @@ CFDataRef EncodeImage(PlimCFImage image, OutputFormat format) {
 }
 
 }  // namespace
+
+std::string CFStringToStd(CFStringRef string) {
+    if (!string) return {};
+    if (const char *p = CFStringGetCStringPtr(string, kCFStringEncodingUTF8)) return p;
+    CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string),
+                                                     kCFStringEncodingUTF8) + 1;
+    std::string out(static_cast<size_t>(size), '\0');
+    if (!CFStringGetCString(string, out.data(), size, kCFStringEncodingUTF8)) return {};
+    out.resize(std::strlen(out.c_str()));
+    return out;
+}
 
 const std::vector<OperationName> &CompositeOperationNames() {
     static const std::vector<OperationName> kNames = {
@@ -217,12 +217,8 @@ bool WriteTextFile(const std::string &path, std::string_view text, std::string *
     return WriteBytesAtomically(path, text.data(), text.size(), error);
 }
 
-std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, std::string *error) {
-    return TraceSVGDocumentWithLog(image, threshold, false, error);
-}
-
-std::optional<std::string> TraceSVGDocumentWithLog(PlimCFImage image, float threshold, bool showLog,
-                                                   std::string *error) {
+std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, bool showLog,
+                                            std::string *error) {
     CFHolder<CFDataRef> png(PlimCFImageCopyPNGData(nullptr, image));
     if (!png.ref) {
         *error = "cannot encode the image as PNG";

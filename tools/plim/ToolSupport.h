@@ -21,6 +21,9 @@ struct CFHolder {
     ~CFHolder() { if (ref) CFRelease(ref); }
 };
 
+// The string's UTF-8 text; empty for null or text that cannot be converted.
+std::string CFStringToStd(CFStringRef string);
+
 // The 24 composite operations as the command line spells them ("clear", "copy-src", "srcover",
 // "multiply", "soft-light", ...), in operation-code order.
 struct OperationName {
@@ -49,11 +52,10 @@ bool WriteImageFile(PlimCFImage image, const std::string &path, OutputFormat for
 bool WriteTextFile(const std::string &path, std::string_view text, std::string *error);
 
 // An SVG document showing the image (embedded as a PNG data URI) with its alpha outline at the given
-// threshold stroked on top. Returns nullopt and sets *error when the image cannot be encoded or traced.
-std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, std::string *error);
-// As above; the tracer's own log reaches standard output only when showLog is true.
-std::optional<std::string> TraceSVGDocumentWithLog(PlimCFImage image, float threshold, bool showLog,
-                                                   std::string *error);
+// threshold stroked on top; the tracer's own log reaches standard output only when showLog is true.
+// Returns nullopt and sets *error when the image cannot be encoded or traced.
+std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, bool showLog,
+                                            std::string *error);
 
 // Exit codes shared by every subcommand.
 constexpr int kExitOK = 0;
