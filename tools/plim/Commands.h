@@ -46,7 +46,6 @@ bool ParseRect(const std::string &text, CGRect *rect);
 int RunLoadChangeWrite(const std::string &sub, const std::string &in, const std::string &out,
                        bool (*change)(PlimCFImage image, const void *context, std::string *error),
                        const void *context);
-using ImageHolder = CFHolder<PlimCFImage>;
 
 int RunInfo(const Args &args);
 int RunConvert(const Args &args);

@@ -62,9 +62,8 @@ int OptionBits(const NamedValue (&table)[N], const json &node, const char *what)
 }
 
 struct ListHolder {
-    PlimCFColorMatchList list = nullptr;
+    CFRef<PlimCFColorMatchList> list;
     UInt32 count = 0;
-    ~ListHolder() { if (list) CFRelease(list); }
 };
 
 // Builds the list from LIST.json; on failure returns false with a one-line message.
@@ -81,8 +80,8 @@ bool LoadList(const std::string &path, ListHolder *holder, std::string *error) {
         int count = root.value("replacement-components", 4);
         if (count < 1 || count > 4) throw std::runtime_error("replacement-components must be 1 to 4");
         holder->count = static_cast<UInt32>(count);
-        holder->list = PlimCFColorMatchListCreate(nullptr, static_cast<UInt32>(listOptions),
-                                                  holder->count);
+        holder->list = CFRef<PlimCFColorMatchList>(
+            PlimCFColorMatchListCreate(nullptr, static_cast<UInt32>(listOptions), holder->count));
         if (!holder->list) throw std::runtime_error("cannot create the list");
         const json &entries = root.at("entries");
         if (!entries.is_array()) throw std::runtime_error("entries must be a list");
@@ -108,7 +107,7 @@ bool LoadList(const std::string &path, ListHolder *holder, std::string *error) {
                 throw std::runtime_error(where + "the replacement needs " +
                                          std::to_string(holder->count) + " values");
             PlimColorMatchEntry entry = {options, records.data(), replacement.data()};
-            if (!PlimCFColorMatchListAddEntry(holder->list, &entry))
+            if (!PlimCFColorMatchListAddEntry(holder->list.get(), &entry))
                 throw std::runtime_error(where + "does not fit the list");
         }
     } catch (const std::exception &e) {
@@ -138,19 +137,19 @@ int RunRecolor(const Args &args) {
     std::string error;
     ListHolder list;
     if (!LoadList(parsed.positional[2], &list, &error)) return PrintError("recolor", error), kExitFailure;
-    ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.ref) return PrintError("recolor", error), kExitFailure;
+    ImageRef image(LoadImageFile(parsed.positional[0], &error));
+    if (!image.get()) return PrintError("recolor", error), kExitFailure;
 
     // Work on 8-bit premultiplied ARGB (or XRGB) in memory order A, R, G, B.
-    PlimCFImagePromoteImage(image.ref, true, false);
-    auto *pixels = static_cast<UInt8 *>(PlimCFImageGetImageBuffer(image.ref));
-    PlimCFImageInvalidateImage(image.ref);  // from here on the layout getters read the buffer
-    if (!pixels || PlimCFImageGetBitsPerPixel(image.ref) != 32)
+    PlimCFImagePromoteImage(image.get(), true, false);
+    auto *pixels = static_cast<UInt8 *>(PlimCFImageGetImageBuffer(image.get()));
+    PlimCFImageInvalidateImage(image.get());  // from here on the layout getters read the buffer
+    if (!pixels || PlimCFImageGetBitsPerPixel(image.get()) != 32)
         return PrintError("recolor", "cannot get the image's pixels"), kExitFailure;
-    bool hasAlpha = PlimCFImageHasAlpha(image.ref);
-    UInt32 width = PlimCFImageGetWidth(image.ref);
-    UInt32 height = PlimCFImageGetHeight(image.ref);
-    UInt32 rowBytes = PlimCFImageGetBytesPerRow(image.ref);
+    bool hasAlpha = PlimCFImageHasAlpha(image.get());
+    UInt32 width = PlimCFImageGetWidth(image.get());
+    UInt32 height = PlimCFImageGetHeight(image.get());
+    UInt32 rowBytes = PlimCFImageGetBytesPerRow(image.get());
     std::unordered_map<uint32_t, uint32_t> cache;
     for (UInt32 y = 0; y < height; ++y) {
         UInt8 *p = pixels + static_cast<size_t>(y) * rowBytes;
@@ -168,7 +167,7 @@ int RunRecolor(const Args &args) {
                 color[3] = static_cast<float>(a) / 255.0f;
                 float result[4] = {color[0], color[1], color[2], color[3]};
                 uint32_t replaced = key;
-                if (PlimCFColorMatchListFindMatch(list.list, color, result)) {
+                if (PlimCFColorMatchListFindMatch(list.list.get(), color, result)) {
                     UInt8 na = hasAlpha ? ToByte(result[3]) : p[0];
                     UInt8 alpha = hasAlpha ? na : 255;
                     replaced = uint32_t(na) << 24;
@@ -187,8 +186,8 @@ int RunRecolor(const Args &args) {
             p[3] = static_cast<UInt8>(v);
         }
     }
-    PlimCFImageInvalidateImage(image.ref);
-    if (!WriteImageFile(image.ref, parsed.positional[1], *format, &error))
+    PlimCFImageInvalidateImage(image.get());
+    if (!WriteImageFile(image.get(), parsed.positional[1], *format, &error))
         return PrintError("recolor", error), kExitFailure;
     return kExitOK;
 }
@@ -206,7 +205,7 @@ int RunMatch(const Args &args) {
     ListHolder list;
     if (!LoadList(parsed.positional[0], &list, &error)) return PrintError("match", error), kExitFailure;
     float result[4] = {};
-    if (!PlimCFColorMatchListFindMatch(list.list, color.data(), result)) {
+    if (!PlimCFColorMatchListFindMatch(list.list.get(), color.data(), result)) {
         std::puts("no match");
         return kExitFailure;
     }

@@ -42,12 +42,12 @@ int CombineAndWrite(const std::string &sub, const ParsedArgs &parsed, Combine co
         return kExitUsage;
     }
     std::string error;
-    ImageHolder src(LoadImageFile(parsed.positional[0], &error));
-    if (!src.ref) return PrintError(sub, error), kExitFailure;
-    ImageHolder dest(LoadImageFile(parsed.positional[1], &error));
-    if (!dest.ref) return PrintError(sub, error), kExitFailure;
-    combine(src.ref, dest.ref);
-    if (!WriteImageFile(dest.ref, parsed.positional[2], *format, &error))
+    ImageRef src(LoadImageFile(parsed.positional[0], &error));
+    if (!src.get()) return PrintError(sub, error), kExitFailure;
+    ImageRef dest(LoadImageFile(parsed.positional[1], &error));
+    if (!dest.get()) return PrintError(sub, error), kExitFailure;
+    combine(src.get(), dest.get());
+    if (!WriteImageFile(dest.get(), parsed.positional[2], *format, &error))
         return PrintError(sub, error), kExitFailure;
     return kExitOK;
 }
@@ -125,10 +125,10 @@ int RunTrace(const Args &args) {
         return kExitUsage;
     }
     std::string error;
-    ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.ref) return PrintError("trace", error), kExitFailure;
+    ImageRef image(LoadImageFile(parsed.positional[0], &error));
+    if (!image.get()) return PrintError("trace", error), kExitFailure;
     std::optional<std::string> svg =
-        TraceSVGDocument(image.ref, threshold[0], parsed.Has("--log"), &error);
+        TraceSVGDocument(image.get(), threshold[0], parsed.Has("--log"), &error);
     if (!svg || !WriteTextFile(parsed.positional[1], *svg, &error))
         return PrintError("trace", error), kExitFailure;
     return kExitOK;

@@ -208,16 +208,16 @@ int RunLoadChangeWrite(const std::string &sub, const std::string &in, const std:
     std::optional<OutputFormat> format = FormatForOutput(sub, out, "");
     if (!format) return kExitUsage;
     std::string error;
-    ImageHolder image(LoadImageFile(in, &error));
-    if (!image.ref) {
+    ImageRef image(LoadImageFile(in, &error));
+    if (!image.get()) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    if (change && !change(image.ref, context, &error)) {
+    if (change && !change(image.get(), context, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    if (!WriteImageFile(image.ref, out, *format, &error)) {
+    if (!WriteImageFile(image.get(), out, *format, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
@@ -231,13 +231,13 @@ int RunInfo(const Args &args) {
     if (parsed.positional.empty()) return ExpectPositionals("info", parsed, 1), kExitUsage;
     for (const std::string &path : parsed.positional) {
         std::string error;
-        ImageHolder image(LoadImageFile(path, &error));
-        if (!image.ref) {
+        ImageRef image(LoadImageFile(path, &error));
+        if (!image.get()) {
             PrintError("info", error);
             code = kExitFailure;
             continue;
         }
-        PlimCFImage i = image.ref;
+        PlimCFImage i = image.get();
         std::printf("%s:\n", path.c_str());
         std::printf("  format: %s\n", FileFormatName(path).c_str());
         std::printf("  width: %u\n  height: %u\n", PlimCFImageGetWidth(i), PlimCFImageGetHeight(i));
@@ -262,8 +262,8 @@ int RunConvert(const Args &args) {
         std::optional<OutputFormat> format = FormatForOutput("convert", parsed.positional[1], forced);
         if (!format) return kExitUsage;
         std::string error;
-        ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-        if (!image.ref || !WriteImageFile(image.ref, parsed.positional[1], *format, &error)) {
+        ImageRef image(LoadImageFile(parsed.positional[0], &error));
+        if (!image.get() || !WriteImageFile(image.get(), parsed.positional[1], *format, &error)) {
             PrintError("convert", error);
             return kExitFailure;
         }
@@ -289,8 +289,8 @@ int RunConvert(const Args &args) {
         std::optional<OutputFormat> target = format;
         if (forced.empty()) target = OutputFormatFromPath(in).value_or(OutputFormat::PNG);
         std::string out = dir + "/" + StemOf(in) + "." + ExtensionOf(*target);
-        ImageHolder image(LoadImageFile(in, &error));
-        if (!image.ref || !WriteImageFile(image.ref, out, *target, &error)) {
+        ImageRef image(LoadImageFile(in, &error));
+        if (!image.get() || !WriteImageFile(image.get(), out, *target, &error)) {
             if (isatty(STDERR_FILENO)) std::fputc('\n', stderr);
             PrintError("convert", error);
             code = kExitFailure;
@@ -390,17 +390,17 @@ int RunSimpleOperation(const std::string &sub, const Args &args) {
     std::optional<OutputFormat> format = FormatForOutput(sub, parsed.positional[1], "");
     if (!format) return kExitUsage;
     std::string error;
-    ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.ref) {
+    ImageRef image(LoadImageFile(parsed.positional[0], &error));
+    if (!image.get()) {
         PrintError(sub, error);
         return kExitFailure;
     }
-    ImageHolder result(entry->copy(nullptr, image.ref));
-    if (!result.ref) {
+    ImageRef result(entry->copy(nullptr, image.get()));
+    if (!result.get()) {
         PrintError(sub, "the operation failed");
         return kExitFailure;
     }
-    if (!WriteImageFile(result.ref, parsed.positional[1], *format, &error)) {
+    if (!WriteImageFile(result.get(), parsed.positional[1], *format, &error)) {
         PrintError(sub, error);
         return kExitFailure;
     }
@@ -414,21 +414,21 @@ int RunMask(const Args &args) {
     std::optional<OutputFormat> format = FormatForOutput("mask", parsed.positional[2], "");
     if (!format) return kExitUsage;
     std::string error;
-    ImageHolder image(LoadImageFile(parsed.positional[0], &error));
-    if (!image.ref) return PrintError("mask", error), kExitFailure;
-    ImageHolder mask(LoadImageFile(parsed.positional[1], &error));
-    if (!mask.ref) return PrintError("mask", error), kExitFailure;
-    if (PlimCFImageGetWidth(image.ref) != PlimCFImageGetWidth(mask.ref) ||
-        PlimCFImageGetHeight(image.ref) != PlimCFImageGetHeight(mask.ref)) {
+    ImageRef image(LoadImageFile(parsed.positional[0], &error));
+    if (!image.get()) return PrintError("mask", error), kExitFailure;
+    ImageRef mask(LoadImageFile(parsed.positional[1], &error));
+    if (!mask.get()) return PrintError("mask", error), kExitFailure;
+    if (PlimCFImageGetWidth(image.get()) != PlimCFImageGetWidth(mask.get()) ||
+        PlimCFImageGetHeight(image.get()) != PlimCFImageGetHeight(mask.get())) {
         PrintError("mask", "the image and the mask differ in size");
         return kExitFailure;
     }
     // The mask's grey values are its alpha, so bring a colour mask to grey first.
-    if (PlimCFImageIsColor(mask.ref)) PlimCFImageConvertToGrayscale(mask.ref);
-    ImageHolder result(PlimCFImageCreateWithImageAndMask(nullptr, image.ref, mask.ref,
+    if (PlimCFImageIsColor(mask.get())) PlimCFImageConvertToGrayscale(mask.get());
+    ImageRef result(PlimCFImageCreateWithImageAndMask(nullptr, image.get(), mask.get(),
                                                          parsed.Has("--premultiplied")));
-    if (!result.ref) return PrintError("mask", "the operation failed"), kExitFailure;
-    if (!WriteImageFile(result.ref, parsed.positional[2], *format, &error))
+    if (!result.get()) return PrintError("mask", "the operation failed"), kExitFailure;
+    if (!WriteImageFile(result.get(), parsed.positional[2], *format, &error))
         return PrintError("mask", error), kExitFailure;
     return kExitOK;
 }

@@ -6,19 +6,6 @@
 
 namespace plimtool {
 
-ImageRef &ImageRef::operator=(ImageRef &&other) noexcept {
-    if (this != &other) {
-        if (image_ != nullptr) CFRelease(image_);
-        image_ = other.image_;
-        other.image_ = nullptr;
-    }
-    return *this;
-}
-
-ImageRef::~ImageRef() {
-    if (image_ != nullptr) CFRelease(image_);
-}
-
 namespace {
 
 // A straight (not premultiplied) colour with components in 0...1.

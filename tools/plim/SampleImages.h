@@ -1,29 +1,11 @@
 // Sample images drawn in code for `plim demo`, so the demo needs no input files.
 #pragma once
 
-#include <PlimBitmapLib/PlimBitmapLib.h>
+#include "ToolSupport.h"
 
 #include <cstdint>
 
 namespace plimtool {
-
-// Owns one reference to an image and releases it on scope exit.
-class ImageRef {
-public:
-    ImageRef() = default;
-    explicit ImageRef(PlimCFImage image) : image_(image) {}
-    ImageRef(const ImageRef &) = delete;
-    ImageRef &operator=(const ImageRef &) = delete;
-    ImageRef(ImageRef &&other) noexcept : image_(other.image_) { other.image_ = nullptr; }
-    ImageRef &operator=(ImageRef &&other) noexcept;
-    ~ImageRef();
-
-    PlimCFImage get() const { return image_; }
-    explicit operator bool() const { return image_ != nullptr; }
-
-private:
-    PlimCFImage image_ = nullptr;
-};
 
 // Side of the square sample images, in pixels.
 constexpr uint32_t kSampleSize = 96;

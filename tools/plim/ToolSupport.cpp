@@ -179,9 +179,9 @@ PlimCFImage LoadImageFile(const std::string &path, std::string *error) {
         *error = "unsupported or corrupt image '" + path + "': the file is empty";
         return nullptr;
     }
-    CFHolder<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()),
+    CFRef<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()),
                                           static_cast<CFIndex>(bytes.size())));
-    if (!data.ref) {
+    if (!data.get()) {
         *error = "cannot read '" + path + "': out of memory";
         return nullptr;
     }
@@ -192,8 +192,8 @@ PlimCFImage LoadImageFile(const std::string &path, std::string *error) {
     if (named == OutputFormat::PICT) format = kPlimImageFormatPICT;
     if (named == OutputFormat::PCT) format = kPlimImageFormatPCT;
     PlimCFImage image = format != kPlimImageFormatUnknown
-                            ? PlimCFImageCreateWithFormattedData(nullptr, data.ref, format)
-                            : PlimCFImageCreateWithData(nullptr, data.ref);
+                            ? PlimCFImageCreateWithFormattedData(nullptr, data.get(), format)
+                            : PlimCFImageCreateWithData(nullptr, data.get());
     if (!image || PlimCFImageGetWidth(image) == 0 || PlimCFImageGetHeight(image) == 0) {
         if (image) CFRelease(image);
         *error = "unsupported or corrupt image '" + path + "'";
@@ -204,13 +204,13 @@ PlimCFImage LoadImageFile(const std::string &path, std::string *error) {
 
 bool WriteImageFile(PlimCFImage image, const std::string &path, OutputFormat format,
                     std::string *error) {
-    CFHolder<CFDataRef> data(EncodeImage(image, format));
-    if (!data.ref) {
+    CFRef<CFDataRef> data(EncodeImage(image, format));
+    if (!data.get()) {
         *error = "cannot encode the image for '" + path + "'";
         return false;
     }
-    return WriteBytesAtomically(path, CFDataGetBytePtr(data.ref),
-                                static_cast<size_t>(CFDataGetLength(data.ref)), error);
+    return WriteBytesAtomically(path, CFDataGetBytePtr(data.get()),
+                                static_cast<size_t>(CFDataGetLength(data.get())), error);
 }
 
 bool WriteTextFile(const std::string &path, std::string_view text, std::string *error) {
@@ -219,8 +219,8 @@ bool WriteTextFile(const std::string &path, std::string_view text, std::string *
 
 std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, bool showLog,
                                             std::string *error) {
-    CFHolder<CFDataRef> png(PlimCFImageCopyPNGData(nullptr, image));
-    if (!png.ref) {
+    CFRef<CFDataRef> png(PlimCFImageCopyPNGData(nullptr, image));
+    if (!png.get()) {
         *error = "cannot encode the image as PNG";
         return std::nullopt;
     }
@@ -245,9 +245,9 @@ std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, 
         *error = "cannot trace the alpha outline";
         return std::nullopt;
     }
-    CFHolder<CFStringRef> svgPath(PlimCGPathCopySVGString(path));
+    CFRef<CFStringRef> svgPath(PlimCGPathCopySVGString(path));
     CGPathRelease(path);
-    if (!svgPath.ref) {
+    if (!svgPath.get()) {
         *error = "cannot trace the alpha outline";
         return std::nullopt;
     }
@@ -261,11 +261,11 @@ std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, 
         << "\" viewBox=\"0 0 " << width << ' ' << height << "\">\n"
         << "  <image x=\"0\" y=\"0\" width=\"" << width << "\" height=\"" << height
         << "\" href=\"data:image/png;base64,"
-        << Base64(CFDataGetBytePtr(png.ref), static_cast<size_t>(CFDataGetLength(png.ref)))
+        << Base64(CFDataGetBytePtr(png.get()), static_cast<size_t>(CFDataGetLength(png.get())))
         << "\"/>\n"
         << "  <path transform=\"translate(0.5 " << height - 0.5 << ") scale(1 -1)\" fill=\"none\""
            " stroke=\"#ff2020\" stroke-width=\"1\" vector-effect=\"non-scaling-stroke\" d=\""
-        << CFStringToStd(svgPath.ref) << "\"/>\n"
+        << CFStringToStd(svgPath.get()) << "\"/>\n"
         << "</svg>\n";
     return svg.str();
 }

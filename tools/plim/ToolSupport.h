@@ -4,6 +4,8 @@
 
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
+#include "CFRef.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,15 +13,10 @@
 
 namespace plimtool {
 
-// Releases a CF object (image, data, string) on scope exit.
-template <typename T>
-struct CFHolder {
-    T ref = nullptr;
-    explicit CFHolder(T r) : ref(r) {}
-    CFHolder(const CFHolder &) = delete;
-    CFHolder &operator=(const CFHolder &) = delete;
-    ~CFHolder() { if (ref) CFRelease(ref); }
-};
+// Owning holders for CF references (the library's header-only helper; it calls only CFRetain and
+// CFRelease).
+using plim::CFRef;
+using ImageRef = CFRef<PlimCFImage>;
 
 // The string's UTF-8 text; empty for null or text that cannot be converted.
 std::string CFStringToStd(CFStringRef string);
