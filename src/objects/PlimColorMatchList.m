@@ -23,7 +23,7 @@
 
 - (void)addEntry:(const PlimColorMatchEntry *)entry {
     PLIM_CHECK(MODULE, entry != NULL, "entry != nil");
-    if (mList) (void)PlimCFColorMatchListAddEntry(mList, entry);
+    (void)PlimCFColorMatchListAddEntry(mList, entry);
 }
 
 @end

@@ -38,7 +38,7 @@
     [super dealloc];
 }
 
-- (CGContextRef)getCGContext { return mContext ? PlimCFContextGetCGContext(mContext) : NULL; }
-- (void *)getBuffer { return mContext ? PlimCFContextGetBuffer(mContext) : NULL; }
+- (CGContextRef)getCGContext { return PlimCFContextGetCGContext(mContext); }
+- (void *)getBuffer { return PlimCFContextGetBuffer(mContext); }
 
 @end

@@ -240,7 +240,7 @@
 
 - (id)copyWithZone:(NSZone *)zone {
     PlimImage *newImage = [[PlimImage allocWithZone:zone]
-        plim_initOwningImage:(mImage ? PlimCFImageCreateCopy(kCFAllocatorDefault, mImage) : NULL)];
+        plim_initOwningImage:PlimCFImageCreateCopy(kCFAllocatorDefault, mImage)];
     if (newImage->mImage == NULL) {
         [newImage autorelease];
         PLIM_CHECK(MODULE, newImage->mImage != NULL, "newImage->mImage != nil");
@@ -248,15 +248,15 @@
     return newImage;
 }
 
-- (CGImageRef)getCGImage { return mImage ? PlimCFImageGetCGImage(mImage) : NULL; }
+- (CGImageRef)getCGImage { return PlimCFImageGetCGImage(mImage); }
 - (PlimCFImage)imageRef { return mImage; }
-- (CGColorSpaceRef)getColorSpace { return mImage ? PlimCFImageGetColorSpace(mImage) : NULL; }
+- (CGColorSpaceRef)getColorSpace { return PlimCFImageGetColorSpace(mImage); }
 
 - (void)cropToRect:(CGRect)rect {
-    if (mImage) PlimCFImageCropToRect(mImage, rect);
+    PlimCFImageCropToRect(mImage, rect);
 }
 - (void)scaleToSize:(CGSize)size {
-    if (mImage) PlimCFImageScaleToSize(mImage, size);
+    PlimCFImageScaleToSize(mImage, size);
 }
 
 - (void)compositeSrc:(PlimImage *)src
@@ -265,7 +265,7 @@
             numRects:(UInt32)numRects
            operation:(int)operation {
     PlimCFImage source = [src imageRef];
-    if (mImage && source)
+    if (source) /* a nil source does nothing */
         PlimCFImageComposite(source, mImage, srcRects, destRects, numRects, (PlimCompositeOperation)operation);
 }
 
@@ -275,35 +275,35 @@
       operation:(int)operation
      tileOrigin:(int)tileOrigin {
     PlimCFImage source = [src imageRef];
-    if (mImage && source)
+    if (source)
         PlimCFImageTile(source, mImage, srcRect, destRect, (PlimCompositeOperation)operation,
                         (PlimTileOrigin)tileOrigin);
 }
 
-- (BOOL)isColor { return mImage && PlimCFImageIsColor(mImage) ? YES : NO; }
-- (BOOL)hasAlpha { return mImage && PlimCFImageHasAlpha(mImage) ? YES : NO; }
-- (BOOL)isOpaque { return mImage && PlimCFImageIsOpaque(mImage) ? YES : NO; }
+- (BOOL)isColor { return PlimCFImageIsColor(mImage) ? YES : NO; }
+- (BOOL)hasAlpha { return PlimCFImageHasAlpha(mImage) ? YES : NO; }
+- (BOOL)isOpaque { return PlimCFImageIsOpaque(mImage) ? YES : NO; }
 
 - (void)convertToGrayscale {
-    if (mImage) PlimCFImageConvertToGrayscale(mImage);
+    PlimCFImageConvertToGrayscale(mImage);
 }
 - (void)convertToColor {
-    if (mImage) PlimCFImageConvertToColor(mImage);
+    PlimCFImageConvertToColor(mImage);
 }
 - (void)makeGrayscale {
-    if (mImage) PlimCFImageMakeGrayscale(mImage);
+    PlimCFImageMakeGrayscale(mImage);
 }
 - (void)addAlphaChannel {
-    if (mImage) PlimCFImageAddAlphaChannel(mImage);
+    PlimCFImageAddAlphaChannel(mImage);
 }
 - (void)removeAlphaChannel {
-    if (mImage) PlimCFImageRemoveAlphaChannel(mImage);
+    PlimCFImageRemoveAlphaChannel(mImage);
 }
 - (void)invert {
-    if (mImage) PlimCFImageInvert(mImage);
+    PlimCFImageInvert(mImage);
 }
 - (void)clear {
-    if (mImage) PlimCFImageClear(mImage);
+    PlimCFImageClear(mImage);
 }
 
 /* A new autoreleased instance of the receiver's class around `image`, or nil for NULL. */
@@ -313,43 +313,45 @@
 }
 
 - (id)opaqueImage {
-    return [self plim_wrapped:(mImage ? PlimCFImageCopyOpaqueImage(kCFAllocatorDefault, mImage) : NULL)];
+    return [self plim_wrapped:PlimCFImageCopyOpaqueImage(kCFAllocatorDefault, mImage)];
 }
 - (id)premultipliedOpaqueImage {
-    return [self plim_wrapped:(mImage ? PlimCFImageCopyPremultipliedOpaqueImage(kCFAllocatorDefault, mImage) : NULL)];
+    return [self plim_wrapped:PlimCFImageCopyPremultipliedOpaqueImage(kCFAllocatorDefault, mImage)];
 }
 - (id)imageFromAlphaChannel {
-    return [self plim_wrapped:(mImage ? PlimCFImageCopyAlphaChannel(kCFAllocatorDefault, mImage) : NULL)];
+    return [self plim_wrapped:PlimCFImageCopyAlphaChannel(kCFAllocatorDefault, mImage)];
 }
 
 - (CGPathRef)copyAlphaPathUsingThreshold:(float)threshold {
-    return mImage ? PlimCFImageCopyAlphaPath(mImage, threshold) : NULL;
+    return PlimCFImageCopyAlphaPath(mImage, threshold);
 }
 
-- (void *)imageBuffer { return mImage ? PlimCFImageGetImageBuffer(mImage) : NULL; }
-- (UInt32)imageBufferSize { return mImage ? PlimCFImageGetImageBufferSize(mImage) : 0; }
-- (UInt32)width { return mImage ? PlimCFImageGetWidth(mImage) : 0; }
-- (UInt32)height { return mImage ? PlimCFImageGetHeight(mImage) : 0; }
-- (UInt32)bitsPerComponent { return mImage ? PlimCFImageGetBitsPerComponent(mImage) : 0; }
-- (UInt32)bitsPerPixel { return mImage ? PlimCFImageGetBitsPerPixel(mImage) : 0; }
-- (UInt32)bytesPerRow { return mImage ? PlimCFImageGetBytesPerRow(mImage) : 0; }
-- (int)alphaInfo { return mImage ? (int)PlimCFImageGetAlphaInfo(mImage) : (int)kCGImageAlphaNone; }
+- (void *)imageBuffer { return PlimCFImageGetImageBuffer(mImage); }
+- (UInt32)imageBufferSize { return PlimCFImageGetImageBufferSize(mImage); }
+- (UInt32)width { return PlimCFImageGetWidth(mImage); }
+- (UInt32)height { return PlimCFImageGetHeight(mImage); }
+- (UInt32)bitsPerComponent { return PlimCFImageGetBitsPerComponent(mImage); }
+- (UInt32)bitsPerPixel { return PlimCFImageGetBitsPerPixel(mImage); }
+- (UInt32)bytesPerRow { return PlimCFImageGetBytesPerRow(mImage); }
+- (int)alphaInfo { return (int)PlimCFImageGetAlphaInfo(mImage); }
 
 - (NSData *)PNGData {
-    CFDataRef data = mImage ? PlimCFImageCopyPNGData(kCFAllocatorDefault, mImage) : NULL;
+    CFDataRef data = PlimCFImageCopyPNGData(kCFAllocatorDefault, mImage);
     NSData *result = PlimNewNSData(data);
     if (data) CFRelease(data);
     return [result autorelease];
 }
 
 - (NSData *)TIFFData {
-    CFDataRef data = mImage ? PlimCFImageCopyTIFFData(kCFAllocatorDefault, mImage) : NULL;
+    CFDataRef data = PlimCFImageCopyTIFFData(kCFAllocatorDefault, mImage);
     NSData *result = PlimNewNSData(data);
     if (data) CFRelease(data);
     return [result autorelease];
 }
 
 - (NSString *)description {
+    /* Every initialiser leaves an image, but a receiver whose initialiser raised waits in the
+       autorelease pool without one, and logging may still describe it. */
     if (mImage == NULL) return [super description];
     CFStringRef desc = CFCopyDescription(mImage);
     NSString *result = PlimNewNSString(desc);
