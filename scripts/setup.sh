@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config git binutils
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  liblcms2-dev libpixman-1-dev
+  liblcms2-dev libpixman-1-dev libhwy-dev
   libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
   netpbm imagemagick graphicsmagick
   nlohmann-json3-dev

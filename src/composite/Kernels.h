@@ -1,9 +1,13 @@
 // Per-pixel compositing kernels, the float-to-byte stores they share, and their selection by
-// layout and operation code. Row functions run one kernel over a run of pixels without an
-// indirect call per pixel; they give exactly the kernels' bytes.
+// layout and operation code. Row functions run one operation over a run of pixels with vector
+// instructions; they give exactly the kernels' bytes.
 #pragma once
 
 #include <PlimBitmapLib/platform/MacTypes.h>
+
+#include <array>
+#include <cstdint>
+#include <vector>
 
 // Operators in code order; the index into every table is the operation code.
 #define PLIM_COMPOSITE_OPERATORS(X)                                                          \
@@ -44,9 +48,31 @@ extern const CompositeKernel kKernels_S_8[kOperationCount];
 extern const CompositeKernel kKernels_RGB_888[kOperationCount];
 extern const CompositeKernel kKernels_ARGB_8888[kOperationCount];
 
+using RowTable = std::array<std::array<CompositeRow, kOperationCount>, kLayoutCount>;
+
 // Null for an operation code out of range.
 CompositeKernel KernelFor(Layout layout, UInt32 operation);
-// The row form of KernelFor(layout, operation): count pixels of the layout's size.
+// The row form of KernelFor(layout, operation): count pixels of the layout's size, on the best
+// instruction set the machine has.
 CompositeRow RowFor(Layout layout, UInt32 operation);
+// The kernel called once per pixel over the run: the reference the vector rows are held to.
+CompositeRow ReferenceRowFor(Layout layout, UInt32 operation);
+
+// The vector rows of the instruction set in use.
+const RowTable &VectorRows();
+// The instruction sets this build has rows for and the machine can run, and a switch between
+// them (0 returns to the best one); for tests and benchmarks.
+struct RowTarget {
+    int64_t target;
+    const char *name;
+};
+std::vector<RowTarget> RowTargets();
+void UseRowTarget(int64_t target);
+
+// pow(x, 0.5) of what the soft-light formulas take the square root of, by input bytes: of a
+// destination byte's value (256 entries) and of the premultiplied ratio colour / alpha, indexed
+// alpha * 256 + colour (65,536 entries). Filled once, thread-safely, from pow itself.
+const double *OpaqueSqrtTable();
+const double *PremultipliedSqrtTable();
 
 }  // namespace plim::composite

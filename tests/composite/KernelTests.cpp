@@ -6,22 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <vector>
-#include <random>
 
 using namespace plim::composite;
 
 namespace {
 
 using Px = std::array<UInt8, 4>;
-
-// Runs of 1 to 13 pixels, so that every vector width and every tail length is exercised.
-void RowInRuns(CompositeRow row, const UInt8 *src, UInt8 *dest, UInt32 count, UInt32 bpp) {
-    for (UInt32 done = 0, run = 1; done < count; run = run % 13 + 1) {
-        UInt32 n = count - done < run ? count - done : run;
-        row(src + done * bpp, dest + done * bpp, n);
-        done += n;
-    }
-}
 
 Px Apply(CompositeKernel k, Px src, Px dest) {
     k(src.data(), dest.data());
@@ -148,62 +138,3 @@ TEST(CompositeKernels, StoresRoundAndClamp) {
     EXPECT_EQ(rgb[0], 0.0f);
 }
 
-// The row functions must give exactly the per-pixel bytes.
-TEST(CompositeKernels, RowsMatchPixelKernels) {
-    constexpr UInt32 kPixels = 100000;
-    std::mt19937 rng(12345);
-    auto premultiplied = [&](UInt8 *p) {
-        UInt8 a = static_cast<UInt8>(rng());
-        p[0] = a;
-        for (int i = 1; i < 4; ++i) p[i] = static_cast<UInt8>(rng() % (a + 1u));
-    };
-    // Boundary values first: 0, 255, alpha 0, alpha 255, colour = alpha.
-    const Px boundary[] = {{0, 0, 0, 0},       {255, 255, 255, 255}, {255, 0, 0, 0},
-                           {128, 128, 128, 0}, {1, 1, 0, 1},         {255, 128, 64, 255},
-                           {127, 127, 127, 127}};
-    const UInt32 nBoundary = sizeof boundary / sizeof boundary[0];
-    const UInt32 count = kPixels + nBoundary * nBoundary;
-    std::vector<UInt8> src(count * 4), dest(count * 4);
-    UInt32 n = 0;
-    for (const Px &a : boundary)
-        for (const Px &b : boundary) {
-            std::copy(a.begin(), a.end(), &src[n * 4]);
-            std::copy(b.begin(), b.end(), &dest[n * 4]);
-            ++n;
-        }
-    for (; n < count; ++n) {
-        premultiplied(&src[n * 4]);
-        premultiplied(&dest[n * 4]);
-    }
-    for (int layout = 0; layout < kLayoutCount; ++layout) {
-        const UInt32 bpp = layout == kLayoutS_8 ? 1 : 4;
-        for (UInt32 op = 0; op < kOperationCount; ++op) {
-            CompositeKernel k = KernelFor(static_cast<Layout>(layout), op);
-            CompositeRow row = RowFor(static_cast<Layout>(layout), op);
-            std::vector<UInt8> byPixel(dest.begin(), dest.begin() + count * bpp);
-            std::vector<UInt8> byRow = byPixel;
-            for (UInt32 i = 0; i < count; ++i) k(&src[i * bpp], &byPixel[i * bpp]);
-            std::vector<UInt8> inRuns = byRow;
-            row(src.data(), byRow.data(), count);
-            ASSERT_EQ(byPixel, byRow) << "layout " << layout << " op " << op;
-            RowInRuns(row, src.data(), inRuns.data(), count, bpp);
-            ASSERT_EQ(byPixel, inRuns) << "layout " << layout << " op " << op;
-        }
-    }
-}
-
-// Out-of-range colours (above alpha) push results past 1: the vector rows must wrap and clamp
-// exactly as the stores do.
-TEST(CompositeKernels, RowsMatchPixelKernelsOnUnpremultipliedBytes) {
-    constexpr UInt32 kPixels = 100003;
-    std::mt19937 rng(99);
-    std::vector<UInt8> src(kPixels * 4), dest(kPixels * 4);
-    for (auto &b : src) b = static_cast<UInt8>(rng());
-    for (auto &b : dest) b = static_cast<UInt8>(rng());
-    for (UInt32 op : {1u, 3u, 12u, 13u, 14u, 16u, 17u, 22u}) {
-        std::vector<UInt8> byPixel = dest, byRow = dest;
-        for (UInt32 i = 0; i < kPixels; ++i) kKernels_ARGB_8888[op](&src[i * 4], &byPixel[i * 4]);
-        RowInRuns(RowFor(kLayoutARGB_8888, op), src.data(), byRow.data(), kPixels, 4);
-        ASSERT_EQ(byPixel, byRow) << "op " << op;
-    }
-}
