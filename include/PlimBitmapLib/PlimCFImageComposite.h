@@ -54,7 +54,16 @@ PLIM_EXPORT void PlimCFImageComposite(PlimCFImage src, PlimCFImage dest, const C
                                       PlimCompositeOperation operation);
 
 /* Repeats srcRect of the source across destRect of the destination, starting at the corner
-   given by tileOrigin. Tiles are whole: ones past destRect's far edges are drawn in full. */
+   given by tileOrigin. Tiles are whole: ones past destRect's far edges are drawn in full.
+   The result is that of one PlimCFImageComposite call per tile, row by row; the cost is that of
+   the tiles that land on the destination image. Tiles wholly past its right or far edge cost
+   nothing. Tiles at a negative x or y are moved to 0, so a grid starting left of or above the
+   image piles them up at its edge: a run of piled tiles that land on the same pixels is drawn
+   until those pixels repeat a state (a few hundred passes at most), then only the rest of the
+   run's count modulo that period. Piled tiles of fractional size, which land on pixels that
+   differ from tile to tile, cost one pass each, for those within 2^25 tile lengths of the edge
+   (farther ones round to nothing and are skipped). Sizes are taken as whole numbers from 0 to
+   2^32 - 1 (larger ones as 2^32 - 1, NaN as 0). */
 PLIM_EXPORT void PlimCFImageTile(PlimCFImage src, PlimCFImage dest, CGRect srcRect,
                                  CGRect destRect, PlimCompositeOperation operation,
                                  PlimTileOrigin tileOrigin);
