@@ -257,6 +257,17 @@ uint32_t FetchPixel(const PixSource& s, const uint8_t* row, size_t x) {
     return kWhite;
 }
 
+// Whether every colour the bitmap's pixel values can pick is a shade of grey.
+bool GreyPalette(const PixSource& s) {
+    const size_t entries = size_t{1} << s.pixelSize;
+    for (size_t i = 0; i < entries; ++i) {
+        const uint32_t c = s.palette[i];
+        const uint32_t r = (c >> 16) & 0xFF, g = (c >> 8) & 0xFF, b = c & 0xFF;
+        if (r != g || g != b) return false;
+    }
+    return true;
+}
+
 class PictureWalker {
 public:
     PictureWalker(const uint8_t* data, size_t size, bool draw)
@@ -269,11 +280,11 @@ public:
     std::vector<uint8_t>& pixels() { return pixels_; }
     int depth() const {
         if (sawAlpha_) return 32;
-        if (sawDirect_) return 24;
-        if (sawIndexed_) return 8;
+        if (sawColour_) return 24;
+        if (sawGrey_) return 8;
         return 1;
     }
-    bool sawBitmap() const { return sawAlpha_ || sawDirect_ || sawIndexed_ || sawMono_; }
+    bool sawBitmap() const { return sawAlpha_ || sawColour_ || sawGrey_ || sawMono_; }
 
 private:
     PictStatus ReadHeader();
@@ -297,7 +308,7 @@ private:
     std::vector<uint8_t> row_;
     std::vector<int> columns_;
     int64_t paintBudget_ = 0;
-    bool sawAlpha_ = false, sawDirect_ = false, sawIndexed_ = false, sawMono_ = false;
+    bool sawAlpha_ = false, sawColour_ = false, sawGrey_ = false, sawMono_ = false;
 };
 
 PictStatus PictureWalker::ReadHeader() {
@@ -459,11 +470,13 @@ PictStatus PictureWalker::Bits(uint32_t op) {
     if (PictStatus st = FixCanvas(); st != PictStatus::Ok) return st;
 
     if (s.direct) {
-        (s.pixelSize == 32 && s.cmpCount == 4 ? sawAlpha_ : sawDirect_) = true;
+        (s.pixelSize == 32 && s.cmpCount == 4 ? sawAlpha_ : sawColour_) = true;
     } else if (s.pixelSize == 1 && s.palette[0] == kWhite && s.palette[1] == kBlack) {
         sawMono_ = true;
+    } else if (GreyPalette(s)) {
+        sawGrey_ = true;
     } else {
-        sawIndexed_ = true;
+        sawColour_ = true;
     }
     return PixData(s, srcRect, dstRect, Intersect(mask, canvas_));
 }
