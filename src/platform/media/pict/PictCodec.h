@@ -60,4 +60,8 @@ void PackBitsEncode(const uint8_t* src, size_t size, size_t unit, std::vector<ui
 size_t PackBitsDecode(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstSize,
                       size_t unit);
 
+// Whether src is whole PackBits data of exactly `size` unpacked bytes: no field cut short, no
+// byte left over.
+bool PackBitsUnpacksTo(const uint8_t* src, size_t srcSize, size_t size, size_t unit);
+
 }  // namespace plim::pict

@@ -165,14 +165,15 @@ void ReadColorTable(Cursor& c, PixSource* s) {
     }
 }
 
-// Checks the geometry and format of a bitmap and decides how its rows are read.
-PictStatus ClassifySource(PixSource* s, bool packedOp) {
+// Checks the geometry and format of a bitmap and decides how its rows are read. Rows shorter
+// than 8 bytes are stored unpacked, whatever the opcode says, unless narrowPacked.
+PictStatus ClassifySource(PixSource* s, bool packedOp, bool narrowPacked = false) {
     const Rect& b = s->bounds;
     if (b.empty()) return PictStatus::Corrupt;
     const int64_t w = b.width();
     if (w > kMaxDimension || b.height() > kMaxDimension) return PictStatus::TooLarge;
     const int64_t rowBytes = s->rowBytes;
-    const bool packed = packedOp && rowBytes >= 8;
+    const bool packed = packedOp && (rowBytes >= 8 || narrowPacked);
     if (!s->direct) {
         if (s->pixelSize != 1 && s->pixelSize != 2 && s->pixelSize != 4 && s->pixelSize != 8) {
             return PictStatus::Unsupported;
@@ -183,7 +184,7 @@ PictStatus ClassifySource(PixSource* s, bool packedOp) {
         s->rowLen = static_cast<size_t>(rowBytes);
         return PictStatus::Ok;
     }
-    const bool unpacked = rowBytes < 8 || s->packType == 1;
+    const bool unpacked = (rowBytes < 8 && !narrowPacked) || s->packType == 1;
     if (s->pixelSize == 16) {
         if (rowBytes < w * 2) return PictStatus::Corrupt;
         if (!unpacked && s->packType != 0 && s->packType != 3) return PictStatus::Unsupported;
@@ -212,6 +213,17 @@ PictStatus ClassifySource(PixSource* s, bool packedOp) {
         return PictStatus::Unsupported;
     }
     return PictStatus::Ok;
+}
+
+// Whether the bytes at `c` hold the bitmap's rows packed, each with its byte count first.
+bool RowsArePacked(Cursor c, const PixSource& s) {
+    const size_t unit = s.packing == Packing::Words ? 2 : 1;
+    for (int r = 0; r < s.bounds.height(); ++r) {
+        const size_t count = s.rowBytes > 250 ? c.u16() : c.u8();
+        const uint8_t* packed = count > 0 ? c.take(count) : nullptr;
+        if (!packed || !PackBitsUnpacksTo(packed, count, s.rowLen, unit)) return false;
+    }
+    return true;
 }
 
 // Pixel x of an unpacked row as 0xAARRGGBB; x is within the bounds width, which ClassifySource
@@ -467,6 +479,15 @@ PictStatus PictureWalker::Bits(uint32_t op) {
     }
     if (c_.isShort()) return PictStatus::Truncated;
     if (PictStatus st = ClassifySource(&s, packedOp); st != PictStatus::Ok) return st;
+    if (packedOp && s.rowBytes < 8 && s.packing == Packing::Raw) {
+        // The format stores such narrow rows unpacked, but common writers pack them anyway, each
+        // with its count byte; the bytes themselves tell which was done.
+        PixSource packed = s;
+        if (ClassifySource(&packed, packedOp, true) == PictStatus::Ok &&
+            packed.packing != Packing::Raw && RowsArePacked(c_, packed)) {
+            s = packed;
+        }
+    }
     if (PictStatus st = FixCanvas(); st != PictStatus::Ok) return st;
 
     if (s.direct) {
