@@ -2,8 +2,9 @@
 // gathered per pixel at 16 bits, and each pixel is converted once to 8-bit A,R,G,B with rounding.
 #include "platform/media/importers/TIFFSamples.h"
 
-#include "platform/color/ColorProfiles.h"
+#include <lcms2.h>
 
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -174,56 +175,54 @@ bool ReadColourMap(TIFF *tif, const Layout &l, std::vector<uint32_t> *map) {
     return true;
 }
 
-// CIELab pixels to RGB through the colour engine. The values are relative to the white point the
-// file names (D65 when it names none); they are adapted to the engine's D50 white first, so that
-// the file's white becomes the display's.
-bool ConvertLab(TIFF *tif, const Layout &l, const std::vector<uint16_t> &samples,
+// One sRGB sample from linear light, rounded.
+uint8_t EncodeSRGB(double linear) {
+    if (!(linear > 0.0)) return 0;
+    if (linear >= 1.0) return 255;
+    double v = linear <= 0.0031308 ? 12.92 * linear : 1.055 * std::pow(linear, 1.0 / 2.4) - 0.055;
+    return static_cast<uint8_t>(v * 255.0 + 0.5);
+}
+
+// CIELab pixels to sRGB. The values are relative to the white point the file names (D65 when it
+// names none), which is adapted to sRGB's own D65 white.
+void ConvertLab(TIFF *tif, const Layout &l, const std::vector<uint16_t> &samples,
                 decoders::Raster *r) {
     cmsCIExyY white{0.3127, 0.3290, 1.0};
     float *chromaticity = nullptr;
     if (TIFFGetField(tif, TIFFTAG_WHITEPOINT, &chromaticity) && chromaticity &&
         chromaticity[0] > 0.0f && chromaticity[1] > 0.0f && chromaticity[0] + chromaticity[1] < 1.0f)
         white = cmsCIExyY{chromaticity[0], chromaticity[1], 1.0};
-    cmsCIEXYZ whiteXYZ;
+    const cmsCIExyY d65xyY{0.3127, 0.3290, 1.0};
+    cmsCIEXYZ whiteXYZ, d65;
     cmsxyY2XYZ(&whiteXYZ, &white);
-    cmsContext ctx = color::Context();
-    cmsHPROFILE lab = cmsCreateLab4ProfileTHR(ctx, nullptr);
-    cmsHPROFILE srgb = cmsCreate_sRGBProfileTHR(ctx);
-    cmsHTRANSFORM transform =
-        lab && srgb ? cmsCreateTransformTHR(ctx, lab, TYPE_Lab_DBL, srgb, TYPE_RGB_8,
-                                            INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOCACHE)
-                    : nullptr;
-    if (lab) cmsCloseProfile(lab);
-    if (srgb) cmsCloseProfile(srgb);
-    if (!transform) return false;
-    std::vector<cmsCIELab> row(l.width);
-    std::vector<uint8_t> rgb(static_cast<size_t>(l.width) * 3);
+    cmsxyY2XYZ(&d65, &d65xyY);
+    // XYZ (D65) to linear sRGB, IEC 61966-2-1.
+    static const double kToRGB[3][3] = {{3.2406, -1.5372, -0.4986},
+                                        {-0.9689, 1.8758, 0.0415},
+                                        {0.0557, -0.2040, 1.0570}};
     double full = l.bits == 16 ? 65535.0 : 255.0;
     double unit = l.bits == 16 ? 256.0 : 1.0;
-    for (uint32_t y = 0; y < l.height; y++) {
-        for (uint32_t x = 0; x < l.width; x++) {
-            const uint16_t *s = samples.data() + (static_cast<size_t>(y) * l.width + x) * l.samples;
-            double a, b;
-            if (l.photometric == PHOTOMETRIC_CIELAB) {
-                // Signed a* and b*.
-                a = l.bits == 16 ? static_cast<int16_t>(s[1]) : static_cast<int8_t>(s[1]);
-                b = l.bits == 16 ? static_cast<int16_t>(s[2]) : static_cast<int8_t>(s[2]);
-            } else {
-                a = static_cast<double>(s[1]) - 128.0 * unit;
-                b = static_cast<double>(s[2]) - 128.0 * unit;
-            }
-            cmsCIELab value{s[0] * 100.0 / full, a / unit, b / unit};
-            cmsCIEXYZ xyz, adapted;
-            cmsLab2XYZ(&whiteXYZ, &xyz, &value);
-            cmsAdaptToIlluminant(&adapted, &whiteXYZ, cmsD50_XYZ(), &xyz);
-            cmsXYZ2Lab(cmsD50_XYZ(), &row[x], &adapted);
+    size_t count = static_cast<size_t>(l.width) * l.height;
+    for (size_t i = 0; i < count; i++) {
+        const uint16_t *s = samples.data() + i * l.samples;
+        double a, b;
+        if (l.photometric == PHOTOMETRIC_CIELAB) {
+            // Signed a* and b*.
+            a = l.bits == 16 ? static_cast<int16_t>(s[1]) : static_cast<int8_t>(s[1]);
+            b = l.bits == 16 ? static_cast<int16_t>(s[2]) : static_cast<int8_t>(s[2]);
+        } else {
+            a = static_cast<double>(s[1]) - 128.0 * unit;
+            b = static_cast<double>(s[2]) - 128.0 * unit;
         }
-        cmsDoTransform(transform, row.data(), rgb.data(), l.width);
-        uint8_t *dst = r->pixels + r->BytesPerRow() * y;
-        for (uint32_t x = 0; x < l.width; x++) std::memcpy(dst + x * 4 + 1, &rgb[x * 3], 3);
+        cmsCIELab lab{s[0] * 100.0 / full, a / unit, b / unit};
+        cmsCIEXYZ xyz, adapted;
+        cmsLab2XYZ(&whiteXYZ, &xyz, &lab);
+        cmsAdaptToIlluminant(&adapted, &whiteXYZ, &d65, &xyz);
+        const double v[3] = {adapted.X, adapted.Y, adapted.Z};
+        uint8_t *p = r->pixels + i * 4;
+        for (int k = 0; k < 3; k++)
+            p[1 + k] = EncodeSRGB(kToRGB[k][0] * v[0] + kToRGB[k][1] * v[1] + kToRGB[k][2] * v[2]);
     }
-    cmsDeleteTransform(transform);
-    return true;
 }
 
 }  // namespace
@@ -239,7 +238,7 @@ TIFFSampleRead ReadTIFFSamples(TIFF *tif, ImportedImage *out) {
         if (!r.Allocate(l.width, l.height, false)) return TIFFSampleRead::Failed;
         std::vector<uint16_t> samples;
         if (!GatherSamples(tif, l, &samples)) return TIFFSampleRead::Failed;
-        if (Lab(l) && !ConvertLab(tif, l, samples, &r)) return TIFFSampleRead::Failed;
+        if (Lab(l)) ConvertLab(tif, l, samples, &r);
         size_t count = static_cast<size_t>(l.width) * l.height;
         for (size_t i = 0; i < count; i++) {
             const uint16_t *s = samples.data() + i * l.samples;

@@ -1,5 +1,5 @@
 // TIFF pixels read sample by sample, for the layouts whose conversion to 8-bit RGB must round
-// (16-bit and floating-point samples, CMYK, 16-bit colour maps) or needs colour management
+// (16-bit and floating-point samples, CMYK, 16-bit colour maps) or be done in full precision
 // (CIELab). Everything else goes through libtiff's own RGBA reader.
 #pragma once
 
