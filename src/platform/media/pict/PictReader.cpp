@@ -147,6 +147,8 @@ void ReadPixMapFields(Cursor& c, PixSource* s) {
     c.skip(4 + 4 + 4);      // planeBytes, pmTable, pmReserved
 }
 
+uint32_t To8(uint32_t v) { return (v * 255u + 32767u) / 65535u; }
+
 void ReadColorTable(Cursor& c, PixSource* s) {
     c.skip(4);  // ctSeed
     const uint16_t flags = c.u16();
@@ -158,7 +160,8 @@ void ReadColorTable(Cursor& c, PixSource* s) {
     s->palette.fill(kBlack);
     for (size_t i = 0; i < count; ++i) {
         const size_t value = c.u16();
-        const uint32_t r = c.u16() >> 8, g = c.u16() >> 8, b = c.u16() >> 8;
+        // 16-bit components to the nearest 8-bit value.
+        const uint32_t r = To8(c.u16()), g = To8(c.u16()), b = To8(c.u16());
         // Device tables index by position; others name the pixel value in each entry.
         const size_t index = (flags & 0x8000) ? i : value;
         if (index < s->palette.size()) s->palette[index] = kBlack | (r << 16) | (g << 8) | b;
