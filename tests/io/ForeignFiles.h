@@ -36,6 +36,13 @@ struct TempDir {
     std::string operator/(const std::string &name) const { return (path / name).string(); }
 };
 
+// The widespread 3144-byte "sRGB IEC61966-2.1" profile, which ImageMagick carries in one of its
+// built-in pictures; its path, or "" when it cannot be had.
+inline std::string CommonSRGBProfile(const TempDir &dir) {
+    std::string icc = dir / "srgb.icc";
+    return Shell("convert magick:wizard icc:'" + icc + "'") ? icc : "";
+}
+
 // 8-bit A,R,G,B with colour not premultiplied; `alpha` false when the image has none.
 struct Pixels {
     size_t width = 0, height = 0;
