@@ -174,6 +174,14 @@ bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
         loader->colorSpace = CGColorSpaceCreateWithPlatformColorSpace(loader->profile);
         DisposeHandle(profileHandle);
         profileHandle = nullptr;
+        // A profile of another colour model than the pixels (an RGB profile on a black-and-white
+        // picture, a CMYK one on pixels already converted to RGB) cannot describe them: it is
+        // ignored, and the pixels get the colour space they would have without it.
+        size_t components = loader->pixelFormat == 32 ? 3 : 1;
+        if (loader->colorSpace && CGColorSpaceGetNumberOfComponents(loader->colorSpace) != components) {
+            CGColorSpaceRelease(loader->colorSpace);
+            loader->colorSpace = nullptr;
+        }
     }
     if (!loader->colorSpace) {
         loader->colorSpace = (loader->pixelFormat == 40 || loader->pixelFormat == 1)

@@ -15,16 +15,28 @@ namespace {
 // The layout a re-rendered buffer takes: 24-bit pictures gain a skipped fourth byte, and 32-bit
 // rows are padded to a multiple of 32 bytes.
 struct RenderLayout {
+    UInt32 bitsPerComponent;
     UInt32 bitsPerPixel;
     SInt32 alphaInfo;
     UInt32 bytesPerRow;
 };
 
-bool LayoutFor(UInt32 bitsPerPixel, SInt32 alphaInfo, UInt32 width, RenderLayout *layout) {
+bool LayoutFor(UInt32 bitsPerComponent, UInt32 bitsPerPixel, SInt32 alphaInfo, UInt32 width,
+               RenderLayout *layout) {
     uint64_t rowBytes;
+    layout->bitsPerComponent = bitsPerComponent;
+    if (bitsPerComponent == 1 && bitsPerPixel == 1) {
+        // Nothing draws into one bit per pixel: a black-and-white picture is cropped and scaled
+        // into 8-bit grey, which also keeps the grey levels that scaling makes.
+        layout->bitsPerComponent = 8;
+        bitsPerPixel = 8;
+    }
     if (bitsPerPixel == 24 || bitsPerPixel == 32) {
         layout->bitsPerPixel = 32;
         layout->alphaInfo = bitsPerPixel == 24 ? kCGImageAlphaNoneSkipLast : alphaInfo;
+        // Drawing always premultiplies: unpremultiplied alpha comes back premultiplied.
+        if (layout->alphaInfo == kCGImageAlphaFirst) layout->alphaInfo = kCGImageAlphaPremultipliedFirst;
+        if (layout->alphaInfo == kCGImageAlphaLast) layout->alphaInfo = kCGImageAlphaPremultipliedLast;
         rowBytes = (uint64_t{4} * width + 31) & ~uint64_t{31};
     } else {
         layout->bitsPerPixel = bitsPerPixel;
@@ -37,8 +49,8 @@ bool LayoutFor(UInt32 bitsPerPixel, SInt32 alphaInfo, UInt32 width, RenderLayout
 }
 
 // Replaces both representations by `bytes` (allocated from the image's allocator) in `layout`.
-void Install(PlimCFImage image, void *bytes, UInt32 width, UInt32 height, UInt32 bitsPerComponent,
-             const RenderLayout &layout, CGColorSpaceRef space) {
+void Install(PlimCFImage image, void *bytes, UInt32 width, UInt32 height, const RenderLayout &layout,
+             CGColorSpaceRef space) {
     // The colour space may belong to the representations about to go: hold it first.
     CGColorSpaceRetain(space);
     PlimCFImageInvalidateImage(image);
@@ -47,7 +59,7 @@ void Install(PlimCFImage image, void *bytes, UInt32 width, UInt32 height, UInt32
     image->bufferSize = layout.bytesPerRow * height;
     image->width = width;
     image->height = height;
-    image->bitsPerComponent = bitsPerComponent;
+    image->bitsPerComponent = layout.bitsPerComponent;
     image->bitsPerPixel = layout.bitsPerPixel;
     image->bytesPerRow = layout.bytesPerRow;
     image->colorSpace = space;
@@ -60,10 +72,10 @@ void Rerender(PlimCFImage image, UInt32 width, UInt32 height, CGRect drawRect) {
     CGImageRef rendered = image->image;
     CGColorSpaceRef space = CGImageGetColorSpace(rendered);
     if (!space) return;
-    auto bitsPerComponent = static_cast<UInt32>(CGImageGetBitsPerComponent(rendered));
     RenderLayout layout;
     UInt32 size = 0;
-    if (!LayoutFor(static_cast<UInt32>(CGImageGetBitsPerPixel(rendered)),
+    if (!LayoutFor(static_cast<UInt32>(CGImageGetBitsPerComponent(rendered)),
+                   static_cast<UInt32>(CGImageGetBitsPerPixel(rendered)),
                    static_cast<SInt32>(CGImageGetAlphaInfo(rendered)), width, &layout) ||
         !plim::core::Multiply32(layout.bytesPerRow, height, &size))
         return;
@@ -72,7 +84,7 @@ void Rerender(PlimCFImage image, UInt32 width, UInt32 height, CGRect drawRect) {
     void *bytes = CFAllocatorAllocate(allocator, size, 0);
     if (!bytes) return;
     std::memset(bytes, 0, size);
-    PlimCFContext context = PlimCFContextCreate(allocator, width, height, bytes, bitsPerComponent,
+    PlimCFContext context = PlimCFContextCreate(allocator, width, height, bytes, layout.bitsPerComponent,
                                                 layout.bytesPerRow, space,
                                                 static_cast<CGImageAlphaInfo>(layout.alphaInfo));
     CGContextRef cg = context ? PlimCFContextGetCGContext(context) : nullptr;
@@ -83,7 +95,7 @@ void Rerender(PlimCFImage image, UInt32 width, UInt32 height, CGRect drawRect) {
     }
     CGContextDrawImage(cg, drawRect, rendered);
 
-    Install(image, bytes, width, height, bitsPerComponent, layout, space);
+    Install(image, bytes, width, height, layout, space);
     CFRelease(context);
 }
 
@@ -116,7 +128,7 @@ bool RowsCopyExactly(PlimCFImage image) {
 void CropByCopying(PlimCFImage image, UInt32 x, UInt32 top, UInt32 width, UInt32 height) {
     RenderLayout layout;
     UInt32 size = 0;
-    if (!LayoutFor(image->bitsPerPixel, image->alphaInfo, width, &layout) ||
+    if (!LayoutFor(8, image->bitsPerPixel, image->alphaInfo, width, &layout) ||
         !plim::core::Multiply32(layout.bytesPerRow, height, &size))
         return;
     auto *bytes = static_cast<UInt8 *>(CFAllocatorAllocate(CFGetAllocator(image), size, 0));
@@ -130,7 +142,7 @@ void CropByCopying(PlimCFImage image, UInt32 x, UInt32 top, UInt32 width, UInt32
         std::memcpy(dst, src, used);
         std::memset(dst + used, 0, layout.bytesPerRow - used);
     }
-    Install(image, bytes, width, height, 8, layout, image->colorSpace);
+    Install(image, bytes, width, height, layout, image->colorSpace);
 }
 
 // Swaps rows in place through a small bounce buffer; needs no memory.

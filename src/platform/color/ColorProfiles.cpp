@@ -1,5 +1,6 @@
 #include "platform/color/ColorProfiles.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <mutex>
@@ -125,6 +126,30 @@ Transform CachedTransform(const std::vector<uint8_t> &from, const std::vector<ui
     cache.push_front(
         CachedEntry{TransformKey{from, to, inFormat, outFormat, copyAlpha}, transform});
     return transform;
+}
+
+bool ProfileDescribesSRGB(const std::vector<uint8_t> &icc) {
+    const std::vector<uint8_t> &srgb = SRGBProfileBytes();
+    if (icc == srgb) return true;
+    cmsHPROFILE profile = OpenProfileBytes(icc.data(), icc.size());
+    if (!profile) return false;
+    bool rgb = ProfileComponents(profile) == 3;
+    cmsCloseProfile(profile);
+    if (!rgb) return false;
+    Transform transform = CachedTransform(icc, srgb, TYPE_RGB_8, TYPE_RGB_8, false);
+    if (!transform) return false;
+    // Every channel at 18 levels, all combinations: primaries, greys, and the curves between.
+    constexpr int kLevels = 18;
+    std::vector<uint8_t> in, out(kLevels * kLevels * kLevels * 3);
+    in.reserve(out.size());
+    for (int r = 0; r < kLevels; r++)
+        for (int g = 0; g < kLevels; g++)
+            for (int b = 0; b < kLevels; b++)
+                for (int v : {r, g, b}) in.push_back(static_cast<uint8_t>(v * 15));
+    cmsDoTransform(transform.get(), in.data(), out.data(), kLevels * kLevels * kLevels);
+    for (size_t i = 0; i < in.size(); i++)
+        if (std::abs(static_cast<int>(in[i]) - static_cast<int>(out[i])) > 1) return false;
+    return true;
 }
 
 }  // namespace plim::color

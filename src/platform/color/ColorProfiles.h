@@ -32,6 +32,10 @@ int ProfileComponents(cmsHPROFILE profile);
 // Opens ICC bytes; null when they are not a usable grey, RGB or CMYK profile.
 cmsHPROFILE OpenProfileBytes(const void *bytes, size_t size);
 
+// Whether ICC bytes describe sRGB: an RGB profile whose colours all come out within one step of
+// the same values in the display profile, however its bytes are laid out.
+bool ProfileDescribesSRGB(const std::vector<uint8_t> &icc);
+
 // A conversion from one profile to another for the given engine pixel formats, created on
 // first use and kept for the life of the process. Null when the engine cannot build it.
 // Alpha (extra channels) is copied when copyAlpha is set. Safe to run from several threads.

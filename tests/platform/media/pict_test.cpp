@@ -176,14 +176,18 @@ TEST(PictReader, IndexedBitmapsWithColorTables) {
     for (int bits : {1, 2, 4, 8}) {
         for (uint32_t op : {0x0098u, 0x0090u, 0x0099u}) {
             const bool device = bits != 4;
+            // A table of greys makes a grey picture, a table with one colour in it a colour one.
+            const bool greys = op == 0x0090u;
             const int colorCount = 1 << bits;
             std::vector<Rgb> colors;
             std::vector<int> values;
             for (int i = 0; i < colorCount; ++i) {
-                colors.push_back(Rgb{static_cast<uint8_t>(rng()), static_cast<uint8_t>(rng()),
-                                     static_cast<uint8_t>(rng())});
+                const auto r = static_cast<uint8_t>(rng());
+                colors.push_back(greys ? Rgb{r, r, r}
+                                       : Rgb{r, static_cast<uint8_t>(rng()), static_cast<uint8_t>(rng())});
                 values.push_back(i);
             }
+            if (!greys) colors.back().g = static_cast<uint8_t>(colors.back().r + 1);
             // A non-device table lists its entries in any order, each naming its pixel value.
             std::shuffle(values.begin(), values.end(), rng);
             const int rowBytes = ((width * bits + 15) / 16) * 2;
@@ -212,7 +216,7 @@ TEST(PictReader, IndexedBitmapsWithColorTables) {
             PictInfo info{};
             const auto argb = Decode(b.data(), &info);
             ASSERT_EQ(info.width, width);
-            EXPECT_EQ(info.depth, 8);
+            EXPECT_EQ(info.depth, greys ? 8 : 24) << "bits " << bits << " op " << op;
             for (int y = 0; y < height; ++y) {
                 for (int x = 0; x < width; ++x) {
                     const int v = pixels[static_cast<size_t>(y)][static_cast<size_t>(x)];

@@ -1,5 +1,6 @@
 // PNG, JPEG and PICT encoders with each library's default settings.
 #include "platform/media/ComponentInternal.h"
+#include "platform/color/ColorProfiles.h"
 #include "platform/graphics/destination/ImagePixels.h"
 #include "platform/media/pict/PictCodec.h"
 
@@ -37,15 +38,33 @@ void FlushNothing(png_structp) {}
 void PNGErrorToJump(png_structp png, png_const_charp) { png_longjmp(png, 1); }
 void PNGSilent(png_structp, png_const_charp) {}
 
+// The rendering intent an ICC profile's header names, as PNG's sRGB chunk counts them.
+int RenderingIntent(const std::vector<uint8_t> &icc) {
+    if (icc.size() < 68) return PNG_sRGB_INTENT_PERCEPTUAL;
+    uint32_t intent = (static_cast<uint32_t>(icc[64]) << 24) | (static_cast<uint32_t>(icc[65]) << 16) |
+                      (static_cast<uint32_t>(icc[66]) << 8) | icc[67];
+    return intent <= 3 ? static_cast<int>(intent) : PNG_sRGB_INTENT_PERCEPTUAL;
+}
+
 // Colour rows are A,R,G,B; libpng takes them as-is with its alpha-first / filler transforms.
 bool WritePNG(png_structp png, png_infop info, const EncodablePixels &px, uint8_t *scratch) {
     if (setjmp(png_jmpbuf(png))) return false;
     int colorType = px.grey ? PNG_COLOR_TYPE_GRAY : px.alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
     png_set_IHDR(png, info, px.width, px.height, 8, colorType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (!px.icc.empty())
-        png_set_iCCP(png, info, "ICC", PNG_COMPRESSION_TYPE_BASE, px.icc.data(),
-                     static_cast<png_uint_32>(px.icc.size()));
+    if (!px.icc.empty()) {
+        if (color::ProfileDescribesSRGB(px.icc)) {
+            // PNG names sRGB with a chunk of its own, which every reader understands; libpng
+            // also refuses some widespread sRGB profiles as known to be faulty.
+            png_set_sRGB_gAMA_and_cHRM(png, info, RenderingIntent(px.icc));
+        } else {
+            // A profile libpng finds faulty is left out rather than failing the export.
+            png_set_benign_errors(png, 1);
+            png_set_iCCP(png, info, "ICC", PNG_COMPRESSION_TYPE_BASE, px.icc.data(),
+                         static_cast<png_uint_32>(px.icc.size()));
+            png_set_benign_errors(png, 0);
+        }
+    }
     png_write_info(png, info);
     size_t rowBytes = px.BytesPerRow();
     for (uint32_t y = 0; y < px.height; y++) {

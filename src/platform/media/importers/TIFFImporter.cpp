@@ -1,6 +1,7 @@
-// TIFF importer: libtiff's RGBA reader handles every photometric, compression, tiling and bit
-// depth it knows; we only decide the depth to report.
+// TIFF importer: grey, RGB, palette, CMYK and CIELab pixels are read sample by sample; libtiff's
+// RGBA reader handles every other photometric, compression and bit depth it knows.
 #include "platform/media/ComponentInternal.h"
+#include "platform/media/importers/TIFFSamples.h"
 
 #include <tiffio.h>
 
@@ -39,26 +40,8 @@ void Unmap(thandle_t, tdata_t, toff_t) {}
 
 int Silent(TIFF *, void *, const char *, const char *, va_list) { return 1; }
 
-}  // namespace
-
-bool IsTIFF(const uint8_t *data, size_t size) {
-    if (size < 4) return false;
-    return (data[0] == 'I' && data[1] == 'I' && (data[2] == 42 || data[2] == 43) && data[3] == 0) ||
-           (data[0] == 'M' && data[1] == 'M' && data[2] == 0 && (data[3] == 42 || data[3] == 43));
-}
-
-OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
-    if (!IsTIFF(data, size)) return codecBadDataErr;
-    MemoryFile file{data, static_cast<toff_t>(size), 0};
-    TIFFOpenOptions *options = TIFFOpenOptionsAlloc();
-    if (!options) return memFullErr;
-    TIFFOpenOptionsSetErrorHandlerExtR(options, Silent, nullptr);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, Silent, nullptr);
-    TIFF *tif = TIFFClientOpenExt("memory", "rm", &file, Read, Write, Seek, Close, FileSize, Map,
-                                  Unmap, options);
-    TIFFOpenOptionsFree(options);
-    if (!tif) return codecBadDataErr;
-
+// Any other layout through libtiff's RGBA reader, 8 bits per sample.
+OSErr ReadRGBA(TIFF *tif, ImportedImage *out) {
     OSErr result = codecBadDataErr;
     uint32_t width = 0, height = 0;
     uint16_t bps = 1, spp = 1, photometric = 0, extraCount = 0;
@@ -69,8 +52,6 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
     TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &spp);
     TIFFGetFieldDefaulted(tif, TIFFTAG_PHOTOMETRIC, &photometric);
     TIFFGetFieldDefaulted(tif, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
-    uint32_t profileLength = 0;
-    void *profile = nullptr;
     char message[1024];
     decoders::Raster &r = out->raster;
     if (width <= 32767 && height <= 32767 && TIFFRGBAImageOK(tif, message) &&
@@ -94,13 +75,44 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
             // The RGBA reader hands out associated (premultiplied) alpha.
             out->premultiplied = r.alpha;
             out->depth = r.alpha ? 32 : grey ? (bps == 1 ? 1 : 8) : 24;
-            if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &profileLength, &profile) && profile &&
-                profileLength > 0) {
-                auto *bytes = static_cast<const uint8_t *>(profile);
-                r.icc.assign(bytes, bytes + profileLength);
-            }
             result = noErr;
         }
+    }
+    return result;
+}
+
+}  // namespace
+
+bool IsTIFF(const uint8_t *data, size_t size) {
+    if (size < 4) return false;
+    return (data[0] == 'I' && data[1] == 'I' && (data[2] == 42 || data[2] == 43) && data[3] == 0) ||
+           (data[0] == 'M' && data[1] == 'M' && data[2] == 0 && (data[3] == 42 || data[3] == 43));
+}
+
+OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
+    if (!IsTIFF(data, size)) return codecBadDataErr;
+    MemoryFile file{data, static_cast<toff_t>(size), 0};
+    TIFFOpenOptions *options = TIFFOpenOptionsAlloc();
+    if (!options) return memFullErr;
+    TIFFOpenOptionsSetErrorHandlerExtR(options, Silent, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, Silent, nullptr);
+    TIFF *tif = TIFFClientOpenExt("memory", "rm", &file, Read, Write, Seek, Close, FileSize, Map,
+                                  Unmap, options);
+    TIFFOpenOptionsFree(options);
+    if (!tif) return codecBadDataErr;
+
+    OSErr result = codecBadDataErr;
+    switch (ReadTIFFSamples(tif, out)) {
+        case TIFFSampleRead::Done: result = noErr; break;
+        case TIFFSampleRead::Failed: break;
+        case TIFFSampleRead::NotHandled: result = ReadRGBA(tif, out); break;
+    }
+    uint32_t profileLength = 0;
+    void *profile = nullptr;
+    if (result == noErr && TIFFGetField(tif, TIFFTAG_ICCPROFILE, &profileLength, &profile) &&
+        profile && profileLength > 0) {
+        auto *bytes = static_cast<const uint8_t *>(profile);
+        out->raster.icc.assign(bytes, bytes + profileLength);
     }
     TIFFClose(tif);
     return result;

@@ -74,4 +74,22 @@ size_t PackBitsDecode(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t d
     return out;
 }
 
+bool PackBitsUnpacksTo(const uint8_t* src, size_t srcSize, size_t size, size_t unit) {
+    if (unit != 1 && unit != 2) return false;
+    size_t in = 0;
+    size_t out = 0;
+    while (in < srcSize) {
+        const int n = static_cast<int8_t>(src[in++]);
+        if (n >= 0) {
+            in += (static_cast<size_t>(n) + 1) * unit;
+            out += (static_cast<size_t>(n) + 1) * unit;
+        } else if (n != -128) {
+            in += unit;
+            out += static_cast<size_t>(1 - n) * unit;
+        }
+        if (out > size) return false;
+    }
+    return in == srcSize && out == size;
+}
+
 }  // namespace plim::pict

@@ -16,8 +16,9 @@ struct PictInfo {
     int width;   // pixels
     int height;  // pixels
     // What the picture's pixels really are: 32 when a bitmap carries an alpha component, 24 for
-    // direct RGB (16- or 32-bit pixels), 8 for indexed colour (1, 2, 4 or 8 bits with a colour
-    // table), 1 when every bitmap is black-and-white one bit per pixel.
+    // colour (direct 16- or 32-bit pixels, or indexed pixels whose colour table holds a colour),
+    // 8 for grey (indexed pixels whose colour table holds only greys), 1 when every bitmap is
+    // black-and-white one bit per pixel.
     int depth;
 };
 
@@ -58,5 +59,9 @@ void PackBitsEncode(const uint8_t* src, size_t size, size_t unit, std::vector<ui
 // Returns the number of bytes written to dst.
 size_t PackBitsDecode(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstSize,
                       size_t unit);
+
+// Whether src is whole PackBits data of exactly `size` unpacked bytes: no field cut short, no
+// byte left over.
+bool PackBitsUnpacksTo(const uint8_t* src, size_t srcSize, size_t size, size_t unit);
 
 }  // namespace plim::pict

@@ -147,6 +147,8 @@ void ReadPixMapFields(Cursor& c, PixSource* s) {
     c.skip(4 + 4 + 4);      // planeBytes, pmTable, pmReserved
 }
 
+uint32_t To8(uint32_t v) { return (v * 255u + 32767u) / 65535u; }
+
 void ReadColorTable(Cursor& c, PixSource* s) {
     c.skip(4);  // ctSeed
     const uint16_t flags = c.u16();
@@ -158,21 +160,23 @@ void ReadColorTable(Cursor& c, PixSource* s) {
     s->palette.fill(kBlack);
     for (size_t i = 0; i < count; ++i) {
         const size_t value = c.u16();
-        const uint32_t r = c.u16() >> 8, g = c.u16() >> 8, b = c.u16() >> 8;
+        // 16-bit components to the nearest 8-bit value.
+        const uint32_t r = To8(c.u16()), g = To8(c.u16()), b = To8(c.u16());
         // Device tables index by position; others name the pixel value in each entry.
         const size_t index = (flags & 0x8000) ? i : value;
         if (index < s->palette.size()) s->palette[index] = kBlack | (r << 16) | (g << 8) | b;
     }
 }
 
-// Checks the geometry and format of a bitmap and decides how its rows are read.
-PictStatus ClassifySource(PixSource* s, bool packedOp) {
+// Checks the geometry and format of a bitmap and decides how its rows are read. Rows shorter
+// than 8 bytes are stored unpacked, whatever the opcode says, unless narrowPacked.
+PictStatus ClassifySource(PixSource* s, bool packedOp, bool narrowPacked = false) {
     const Rect& b = s->bounds;
     if (b.empty()) return PictStatus::Corrupt;
     const int64_t w = b.width();
     if (w > kMaxDimension || b.height() > kMaxDimension) return PictStatus::TooLarge;
     const int64_t rowBytes = s->rowBytes;
-    const bool packed = packedOp && rowBytes >= 8;
+    const bool packed = packedOp && (rowBytes >= 8 || narrowPacked);
     if (!s->direct) {
         if (s->pixelSize != 1 && s->pixelSize != 2 && s->pixelSize != 4 && s->pixelSize != 8) {
             return PictStatus::Unsupported;
@@ -183,7 +187,7 @@ PictStatus ClassifySource(PixSource* s, bool packedOp) {
         s->rowLen = static_cast<size_t>(rowBytes);
         return PictStatus::Ok;
     }
-    const bool unpacked = rowBytes < 8 || s->packType == 1;
+    const bool unpacked = (rowBytes < 8 && !narrowPacked) || s->packType == 1;
     if (s->pixelSize == 16) {
         if (rowBytes < w * 2) return PictStatus::Corrupt;
         if (!unpacked && s->packType != 0 && s->packType != 3) return PictStatus::Unsupported;
@@ -212,6 +216,17 @@ PictStatus ClassifySource(PixSource* s, bool packedOp) {
         return PictStatus::Unsupported;
     }
     return PictStatus::Ok;
+}
+
+// Whether the bytes at `c` hold the bitmap's rows packed, each with its byte count first.
+bool RowsArePacked(Cursor c, const PixSource& s) {
+    const size_t unit = s.packing == Packing::Words ? 2 : 1;
+    for (int r = 0; r < s.bounds.height(); ++r) {
+        const size_t count = s.rowBytes > 250 ? c.u16() : c.u8();
+        const uint8_t* packed = count > 0 ? c.take(count) : nullptr;
+        if (!packed || !PackBitsUnpacksTo(packed, count, s.rowLen, unit)) return false;
+    }
+    return true;
 }
 
 // Pixel x of an unpacked row as 0xAARRGGBB; x is within the bounds width, which ClassifySource
@@ -257,6 +272,17 @@ uint32_t FetchPixel(const PixSource& s, const uint8_t* row, size_t x) {
     return kWhite;
 }
 
+// Whether every colour the bitmap's pixel values can pick is a shade of grey.
+bool GreyPalette(const PixSource& s) {
+    const size_t entries = size_t{1} << s.pixelSize;
+    for (size_t i = 0; i < entries; ++i) {
+        const uint32_t c = s.palette[i];
+        const uint32_t r = (c >> 16) & 0xFF, g = (c >> 8) & 0xFF, b = c & 0xFF;
+        if (r != g || g != b) return false;
+    }
+    return true;
+}
+
 class PictureWalker {
 public:
     PictureWalker(const uint8_t* data, size_t size, bool draw)
@@ -269,11 +295,11 @@ public:
     std::vector<uint8_t>& pixels() { return pixels_; }
     int depth() const {
         if (sawAlpha_) return 32;
-        if (sawDirect_) return 24;
-        if (sawIndexed_) return 8;
+        if (sawColour_) return 24;
+        if (sawGrey_) return 8;
         return 1;
     }
-    bool sawBitmap() const { return sawAlpha_ || sawDirect_ || sawIndexed_ || sawMono_; }
+    bool sawBitmap() const { return sawAlpha_ || sawColour_ || sawGrey_ || sawMono_; }
 
 private:
     PictStatus ReadHeader();
@@ -297,7 +323,7 @@ private:
     std::vector<uint8_t> row_;
     std::vector<int> columns_;
     int64_t paintBudget_ = 0;
-    bool sawAlpha_ = false, sawDirect_ = false, sawIndexed_ = false, sawMono_ = false;
+    bool sawAlpha_ = false, sawColour_ = false, sawGrey_ = false, sawMono_ = false;
 };
 
 PictStatus PictureWalker::ReadHeader() {
@@ -456,14 +482,25 @@ PictStatus PictureWalker::Bits(uint32_t op) {
     }
     if (c_.isShort()) return PictStatus::Truncated;
     if (PictStatus st = ClassifySource(&s, packedOp); st != PictStatus::Ok) return st;
+    if (packedOp && s.rowBytes < 8 && s.packing == Packing::Raw) {
+        // The format stores such narrow rows unpacked, but common writers pack them anyway, each
+        // with its count byte; the bytes themselves tell which was done.
+        PixSource packed = s;
+        if (ClassifySource(&packed, packedOp, true) == PictStatus::Ok &&
+            packed.packing != Packing::Raw && RowsArePacked(c_, packed)) {
+            s = packed;
+        }
+    }
     if (PictStatus st = FixCanvas(); st != PictStatus::Ok) return st;
 
     if (s.direct) {
-        (s.pixelSize == 32 && s.cmpCount == 4 ? sawAlpha_ : sawDirect_) = true;
+        (s.pixelSize == 32 && s.cmpCount == 4 ? sawAlpha_ : sawColour_) = true;
     } else if (s.pixelSize == 1 && s.palette[0] == kWhite && s.palette[1] == kBlack) {
         sawMono_ = true;
+    } else if (GreyPalette(s)) {
+        sawGrey_ = true;
     } else {
-        sawIndexed_ = true;
+        sawColour_ = true;
     }
     return PixData(s, srcRect, dstRect, Intersect(mask, canvas_));
 }

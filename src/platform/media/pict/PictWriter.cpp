@@ -50,7 +50,9 @@ void WriteStrip(Writer& w, std::vector<uint8_t>* out, const uint8_t* argb, int h
     w.u16(0x8000u | static_cast<uint32_t>(rowBytes));
     w.rect(0, x0, height, x0 + stripWidth);  // bounds
     w.u16(0);      // pmVersion
-    w.u16(4);      // packType: PackBits per component plane
+    // packType: PackBits per component plane; rows under 8 bytes are never packed, which
+    // packType 1 says outright, so that no reader takes their bytes for packed ones.
+    w.u16(rowBytes < 8 ? 1 : 4);
     w.u32(0);      // packSize
     w.u32(kResolution72);
     w.u32(kResolution72);
