@@ -14,11 +14,15 @@ pixel() {
 
 cd "$scratch" || exit 1
 
-# Half-transparent red with an opaque blue disc in the middle; a solid white image; a grey ramp.
+# Half-transparent red with an opaque blue disc in the middle; a solid white image; a black square
+# with a white top-left pixel (8-bit RGB, not the 1-bit PNG ImageMagick would pick); a grey ramp;
+# the same little picture as BMP and GIF.
 convert -size 20x10 xc:'rgba(255,0,0,0.5)' -fill blue -draw 'circle 10,5 10,8' -depth 8 in.png
 convert -size 20x10 xc:white white.png
-convert -size 4x4 xc:black -fill white -draw 'point 0,0' corner_dot.png
+convert -size 4x4 xc:black -fill white -draw 'point 0,0' PNG24:corner_dot.png
 convert -size 10x20 gradient:white-black -rotate 90 -depth 8 -type Grayscale ramp.png
+convert -size 3x2 xc:red red.bmp
+convert -size 3x2 xc:red red.gif
 
 # --- help ---
 for sub in info convert crop scale flip gray color add-alpha remove-alpha invert clear opaque \
@@ -38,6 +42,9 @@ grep -q "alpha info: kCGImageAlphaPremultipliedFirst" last.out && grep -q "opaqu
     fail "info: alpha of in.png"
 grep -q "colour model: grey" last.out || fail "info: the ramp should be grey"
 grep -q "description: <PlimCFImage" last.out || fail "info: description"
+run info red.bmp red.gif
+[ "$(grep -c 'format: BMP' last.out)" = 1 ] && [ "$(grep -c 'format: GIF' last.out)" = 1 ] ||
+    fail "info should name BMP and GIF: $(grep format: last.out)"
 
 # --- convert to every format, read back ---
 for ext in png jpg tiff pict pct; do
@@ -113,9 +120,10 @@ for op in clear copy-src copy-dest srcover destover srcin destin srcout destout 
     "$plim" composite in.png white.png "op.png" --op $op 2>/dev/null || fail "composite --op $op"
 done
 run tile corner_dot.png white.png tile.png --src-rect 0,0,4,4 --dest-rect 0,0,20,10 --op copy-src
-# With the grid starting at the top-left corner the dot repeats every 4 pixels.
-[ "$(pixel tile.png 4,0)" = "255,255,255,255" ] && [ "$(pixel tile.png 5,0)" = "0,0,0,255" ] ||
-    fail "tile grid: $(pixel tile.png 4,0) $(pixel tile.png 5,0)"
+# With the pattern anchored at the top-left corner (the default) the dot repeats every 4 pixels.
+[ "$(pixel tile.png 4,0)" = "255,255,255,255" ] && [ "$(pixel tile.png 5,0)" = "0,0,0,255" ] &&
+    [ "$(pixel tile.png 16,8)" = "255,255,255,255" ] ||
+    fail "tile grid: $(pixel tile.png 4,0) $(pixel tile.png 5,0) $(pixel tile.png 16,8)"
 for origin in min-x-max-y max-x-max-y min-x-min-y max-x-min-y; do
     "$plim" tile corner_dot.png white.png t.png --src-rect 0,0,4,4 --dest-rect 0,0,20,10 --origin $origin ||
         fail "tile --origin $origin"
@@ -151,5 +159,6 @@ run match list.json 0,0,1,1
 run recolor in.png recolor.png list.json
 [ "$(pixel recolor.png 10,5)" = "0,255,0,255" ] || fail "recolor blue to green: $(pixel recolor.png 10,5)"
 [ "$(pixel recolor.png 0,0)" = "$(pixel in.png 0,0)" ] || fail "recolor should keep unmatched pixels"
+
 
 finish "all plim command checks passed"

@@ -128,12 +128,9 @@ UInt8 ToByte(float value) {
 int RunRecolor(const Args &args) {
     ParsedArgs parsed;
     int code = kExitOK;
-    if (!Prepare("recolor", args, {}, {}, 3, &parsed, &code)) return code;
-    std::optional<OutputFormat> format = OutputFormatFromPath(parsed.positional[1]);
-    if (!format) {
-        PrintError("recolor", "cannot tell the output format from '" + parsed.positional[1] + "'");
-        return kExitUsage;
-    }
+    if (!Prepare("recolor", args, WithOutputOptions({}), {}, 3, &parsed, &code)) return code;
+    std::optional<OutputChoice> output = OutputFor("recolor", parsed, parsed.positional[1]);
+    if (!output) return kExitUsage;
     std::string error;
     ListHolder list;
     if (!LoadList(parsed.positional[2], &list, &error)) return PrintError("recolor", error), kExitFailure;
@@ -187,7 +184,7 @@ int RunRecolor(const Args &args) {
         }
     }
     PlimCFImageInvalidateImage(image.get());
-    if (!WriteImageFile(image.get(), parsed.positional[1], *format, &error))
+    if (!WriteImageFile(image.get(), parsed.positional[1], *output, &error))
         return PrintError("recolor", error), kExitFailure;
     return kExitOK;
 }
@@ -197,7 +194,7 @@ int RunMatch(const Args &args) {
     int code = kExitOK;
     if (!Prepare("match", args, {}, {}, 2, &parsed, &code)) return code;
     std::vector<float> color;
-    if (!ParseFloats(parsed.positional[1], 4, &color)) {
+    if (!ParseDecimals(parsed.positional[1], 4, &color)) {
         PrintError("match", "bad colour '" + parsed.positional[1] + "' (want R,G,B,A)");
         return kExitUsage;
     }

@@ -67,7 +67,7 @@ public:
             *error = "could not make the image for " + Path(name);
             return false;
         }
-        if (!WriteImageFile(image, Path(name), OutputFormat::PNG, error)) return false;
+        if (!WriteImageFile(image, Path(name), OutputChoice{}, error)) return false;
         return Wrote(name, std::to_string(PlimCFImageGetWidth(image)) + "x" +
                                std::to_string(PlimCFImageGetHeight(image)) +
                                (note.empty() ? "" : ", " + note));
@@ -197,7 +197,7 @@ bool WriteDemo(DemoWriter &out, std::string *index, std::string *error) {
     ImageRef pattern = MakePattern(source.get());
     if (!out.Image("pattern.png", pattern.get(), "tiled source", error)) return false;
 
-    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, false, error);
+    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, nullptr, error);
     if (!svg || !out.Text("outline.svg", *svg, "traced alpha outline", error)) return false;
 
     ImageRef scene = MakeScene(source.get(), destination.get());
