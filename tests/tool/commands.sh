@@ -160,5 +160,32 @@ run recolor in.png recolor.png list.json
 [ "$(pixel recolor.png 10,5)" = "0,255,0,255" ] || fail "recolor blue to green: $(pixel recolor.png 10,5)"
 [ "$(pixel recolor.png 0,0)" = "$(pixel in.png 0,0)" ] || fail "recolor should keep unmatched pixels"
 
+# Hues run from 0 to 360 and the range modes go round the circle: 330 is (1, 0, 0.5), and 355 give
+# or take 10 covers both 349 and 3.
+hue_list() {
+    printf '{"replacement-components": 3, "entries": [{"options": ["ignoring-intensities", "convert-to-hsb"],
+      "components": [{"mode": "absolutely-if-within-range", "target": %s, "tolerance": %s}],
+      "replacement": [120, 1, 1]}]}\n' "$1" "$2" >hue.json
+}
+hue_list 330 5
+run match hue.json 1,0,0.5,1
+[ "$(cat last.out)" = "0,1,0" ] || fail "hue 330 should match (1, 0, 0.5): $(cat last.out)"
+hue_list 355 10
+for colour in 1,0,0.1,1 1,0.05,0,1 1,0,0,1; do
+    run match hue.json $colour
+    [ "$(cat last.out)" = "0,1,0" ] || fail "hue 355 +-10 should match $colour: $(cat last.out)"
+done
+"$plim" match hue.json 1,0.3,0,1 >last.out 2>&1
+[ $? -eq 1 ] || fail "hue 18 is outside 355 +-10"
+# A replacement hue of 360 is red, not black.
+printf '{"replacement-components": 3, "entries": [{"options": ["ignoring-intensities", "convert-to-hsb"],
+  "components": [{"mode": "always-matches"}], "replacement": [360, 1, 1]}]}\n' >red.json
+run match red.json 0,0,1,1
+[ "$(cat last.out)" = "1,0,0" ] || fail "replacement hue 360 should be red: $(cat last.out)"
+# recolor goes through the same hues: the (255, 0, 128) pixel turns green.
+convert -size 2x1 xc:'rgb(255,0,128)' PNG24:pink.png
+hue_list 330 5
+run recolor pink.png green.png hue.json
+[ "$(pixel green.png 1,0)" = "0,255,0,255" ] || fail "recolor by hue: $(pixel green.png 1,0)"
 
 finish "all plim command checks passed"
