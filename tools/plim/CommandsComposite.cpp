@@ -39,22 +39,17 @@ CGRect ToCGRect(const PixelRect &r) {
                       static_cast<float>(r.width), static_cast<float>(r.height));
 }
 
-// Draws the pairs with one library call per batch (each call copies the source once).
+// Draws the pairs, in order, with one library call (which copies the source once).
 void DrawPairs(PlimCFImage src, PlimCFImage dest, const std::vector<ClippedPair> &pairs,
                PlimCompositeOperation operation) {
-    constexpr size_t kBatch = 65536;
+    if (pairs.empty()) return;
     std::vector<CGRect> srcRects, destRects;
-    for (size_t start = 0; start < pairs.size(); start += kBatch) {
-        size_t end = std::min(pairs.size(), start + kBatch);
-        srcRects.clear();
-        destRects.clear();
-        for (size_t i = start; i < end; ++i) {
-            srcRects.push_back(ToCGRect(pairs[i].src));
-            destRects.push_back(ToCGRect(pairs[i].dest));
-        }
-        PlimCFImageComposite(src, dest, srcRects.data(), destRects.data(),
-                             static_cast<UInt32>(srcRects.size()), operation);
+    for (const ClippedPair &pair : pairs) {
+        srcRects.push_back(ToCGRect(pair.src));
+        destRects.push_back(ToCGRect(pair.dest));
     }
+    PlimCFImageComposite(src, dest, srcRects.data(), destRects.data(),
+                         static_cast<UInt32>(srcRects.size()), operation);
 }
 
 // (a * numerator) / denominator rounded to nearest, for non-negative a and positive others.
@@ -261,16 +256,24 @@ int RunTile(const Args &args) {
             *error = "the destination rectangle lies outside the destination image";
             return false;
         }
+        // Tiles never overlap, so they go to the library in batches of any order; a batch
+        // bounds the memory a pattern of tiny tiles over a large image needs.
+        constexpr size_t kBatch = 65536;
         std::vector<ClippedPair> pairs;
+        const std::vector<long> columns = TileStarts(area.x, area.width, tile.width,
+                                                     origin->fromRight, visible.x, visible.Right());
         for (long y : TileStarts(area.y, area.height, tile.height, origin->fromBottom, visible.y,
                                  visible.Bottom())) {
-            for (long x : TileStarts(area.x, area.width, tile.width, origin->fromRight, visible.x,
-                                     visible.Right())) {
+            for (long x : columns) {
                 PixelRect shown = Intersect(PixelRect{x, y, tile.width, tile.height}, visible);
                 if (shown.Empty()) continue;
                 pairs.push_back({PixelRect{tile.x + shown.x - x, tile.y + shown.y - y,
                                            shown.width, shown.height},
                                  shown});
+                if (pairs.size() == kBatch) {
+                    DrawPairs(src, dest, pairs, *operation);
+                    pairs.clear();
+                }
             }
         }
         DrawPairs(src, dest, pairs, *operation);
