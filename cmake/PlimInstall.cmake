@@ -1,6 +1,7 @@
-# `cmake --install`: the shared library, the public headers, a CMake package (find_package(PlimBitmapLib)
-# gives the target PlimBitmapLib::PlimBitmapLib) and a pkg-config file (plimbitmap.pc), plus the plim tool
-# and the Objective-C classes when they were built.
+# `cmake --install`: the shared library (and the static one when built), the public headers, a CMake
+# package (find_package(PlimBitmapLib) gives the target PlimBitmapLib::PlimBitmapLib), a pkg-config
+# file (plimbitmap.pc), the plim tool with its manual page, the licence and change log, and the
+# Objective-C classes when they were built.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -11,6 +12,9 @@ target_include_directories(PlimBitmapLib INTERFACE $<INSTALL_INTERFACE:${CMAKE_I
 install(TARGETS PlimBitmapLib EXPORT PlimBitmapLibTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(TARGET PlimBitmapLibStatic)
+  install(TARGETS PlimBitmapLibStatic ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/PlimBitmapLib
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         PATTERN "objects" EXCLUDE)
@@ -20,7 +24,7 @@ configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/PlimBitmapLibConfig.cm
                               ${PROJECT_BINARY_DIR}/PlimBitmapLibConfig.cmake
                               INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/PlimBitmapLibConfigVersion.cmake
-                                 COMPATIBILITY SameMinorVersion)
+                                 COMPATIBILITY ${PLIM_VERSION_COMPATIBILITY})
 install(FILES ${PROJECT_BINARY_DIR}/PlimBitmapLibConfig.cmake
               ${PROJECT_BINARY_DIR}/PlimBitmapLibConfigVersion.cmake
         DESTINATION ${PLIM_CMAKE_DIR})
@@ -33,8 +37,17 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/plimbitmap.pc.in ${PROJECT_BINARY_DIR
 install(FILES ${PROJECT_BINARY_DIR}/plimbitmap.pc DESTINATION ${PLIM_PKGCONFIG_DIR})
 
 if(TARGET plim)
+  # The installed tool finds the library it was built with from its own place in the prefix.
+  file(RELATIVE_PATH _plim_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+  set_target_properties(plim PROPERTIES INSTALL_RPATH "$ORIGIN/${_plim_bin_to_lib}")
   install(TARGETS plim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  if(PLIM_MAN_PAGE)
+    install(FILES ${PLIM_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
 endif()
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+              ${PROJECT_SOURCE_DIR}/README.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(TARGET PlimBitmapObjects)
   install(TARGETS PlimBitmapObjects LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/PlimBitmapLib/objects

@@ -34,11 +34,20 @@ target_link_libraries(plim_objects PUBLIC gif)
 add_library(PlimBitmapLib SHARED)
 target_link_libraries(PlimBitmapLib PRIVATE plim_objects)
 target_include_directories(PlimBitmapLib PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+# -Bsymbolic-functions: the library's calls to its own exported functions (the platform layer's
+# NewHandle, CFRelease, CGImageCreate, ...) bind inside the library, so a program that happens to
+# define a function of the same name does not replace it for the library.
 set_target_properties(PlimBitmapLib PROPERTIES
   VERSION ${PROJECT_VERSION}
-  SOVERSION ${PROJECT_VERSION_MAJOR}
-  LINK_FLAGS "-Wl,--no-undefined -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map"
+  SOVERSION ${PLIM_SOVERSION}
+  LINK_FLAGS "-Wl,--no-undefined -Wl,-Bsymbolic-functions -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map"
   LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+
+# The same objects as an archive for static linking; pkg-config --static gives what it needs.
+if(PLIM_BUILD_STATIC)
+  add_library(PlimBitmapLibStatic STATIC $<TARGET_OBJECTS:plim_objects>)
+  set_target_properties(PlimBitmapLibStatic PROPERTIES OUTPUT_NAME PlimBitmapLib)
+endif()
 
 add_library(plim_internal STATIC)
 target_link_libraries(plim_internal PUBLIC plim_objects)

@@ -2,6 +2,7 @@
 #ifndef PLIM_BITMAPLIB_H
 #define PLIM_BITMAPLIB_H
 
+#include <PlimBitmapLib/PlimVersion.h>
 #include <PlimBitmapLib/platform/CoreFoundation.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
 #include <PlimBitmapLib/PlimPixelBuffer.h>

@@ -12,6 +12,10 @@ typedef struct __PlimCFImageExporter *PlimCFImageExporter;
 
 /* New exporters with one reference, or null. Exporters are immutable and reusable. */
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef allocator);
+/* A JPEG exporter at `quality`, 1 (smallest file) to 100 (best picture), on libjpeg's scale; the
+   exporter above uses that scale's default, 75. Null for a quality outside 1 to 100. */
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef allocator,
+                                                                        UInt32 quality);
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef allocator);
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePCT(CFAllocatorRef allocator);
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePNG(CFAllocatorRef allocator);

@@ -16,6 +16,8 @@
 struct __PlimCFImageExporter {
     CFRuntimeBase base;
     OSType subtype;
+    // JPEG quality, 1 to 100; 0 leaves the encoder's default.
+    UInt32 quality;
 };
 
 CFTypeID _kPlimCFImageExporterID = _kCFRuntimeNotATypeID;
@@ -48,8 +50,9 @@ PlimCFImageExporter CreateWithSubtype(CFAllocatorRef allocator, OSType subtype) 
     return exporter;
 }
 
-// One encode into a fresh handle through the exporter component of `subtype`.
-Handle EncodeWith(OSType subtype, CGImageRef image) {
+// One encode into a fresh handle through the exporter component of `subtype`, at `quality`
+// (1 to 100, 0 for the component's default).
+Handle EncodeWith(OSType subtype, UInt32 quality, CGImageRef image) {
     if (!image) return nullptr;
     Handle handle = NewHandle(0);
     if (!handle || MemError() != noErr) {
@@ -59,6 +62,8 @@ Handle EncodeWith(OSType subtype, CGImageRef image) {
     GraphicsExportComponent component = nullptr;
     UInt32 written = 0;
     bool ok = OpenADefaultComponent(kExporterType, subtype, &component) == noErr && component &&
+              (quality == 0 || GraphicsExportSetCompressionQuality(
+                                   component, (quality * codecLosslessQuality + 50) / 100) == noErr) &&
               GraphicsExportSetInputCGImage(component, image) == noErr &&
               GraphicsExportSetOutputHandle(component, handle) == noErr &&
               GraphicsExportDoExport(component, &written) == noErr;
@@ -75,22 +80,31 @@ Handle PlimCFImageExporterCreateHandle(PlimCFImageExporter exporter, CGImageRef 
     if (exporter->subtype == kSubtypePCT) {
         PlimCFImage wrapper = PlimCFImageCreateWithImage(nullptr, image);
         CGImageRef exportable = wrapper ? _PlimCFImageCreateExportableImage(wrapper, true) : nullptr;
-        Handle handle = exportable ? EncodeWith(kSubtypePICT, exportable) : nullptr;
+        Handle handle = exportable ? EncodeWith(kSubtypePICT, 0, exportable) : nullptr;
         if (wrapper) CFRelease(wrapper);
         if (exportable) CGImageRelease(exportable);
         if (handle) return handle;
     }
-    return EncodeWith(exporter->subtype, image);
+    return EncodeWith(exporter->subtype, exporter->quality, image);
 }
 
 }  // namespace
 
 PLIM_EXPORT void PlimCFImageExporterInit(CFTypeRef cf) {
-    static_cast<PlimCFImageExporter>(const_cast<void *>(cf))->subtype = 0;
+    PlimCFImageExporter exporter = static_cast<PlimCFImageExporter>(const_cast<void *>(cf));
+    exporter->subtype = 0;
+    exporter->quality = 0;
 }
 
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypeJPEG);
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
+                                                                        UInt32 quality) {
+    if (quality < 1 || quality > 100) return nullptr;
+    PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeJPEG);
+    if (exporter) exporter->quality = quality;
+    return exporter;
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypePICT);

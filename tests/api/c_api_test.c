@@ -32,6 +32,11 @@ int main(void) {
     CHECK(text && CFGetRetainCount(text) == 1);
     if (text) CFRelease(text);
 
+    /* The loaded library is the one these headers describe. */
+    CHECK(PlimGetVersion() == PLIM_VERSION);
+    CHECK(strcmp(PlimGetVersionString(), PLIM_VERSION_STRING) == 0);
+    CHECK(PLIM_VERSION == PLIM_VERSION_MAJOR * 10000 + PLIM_VERSION_MINOR * 100 + PLIM_VERSION_PATCH);
+
     data = CFDataCreateMutable(NULL, 0);
     CFDataAppendBytes(data, (const UInt8 *)"abc", 3);
     CHECK(CFDataGetLength(data) == 3);

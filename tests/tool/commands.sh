@@ -14,11 +14,15 @@ pixel() {
 
 cd "$scratch" || exit 1
 
-# Half-transparent red with an opaque blue disc in the middle; a solid white image; a grey ramp.
+# Half-transparent red with an opaque blue disc in the middle; a solid white image; a black square
+# with a white top-left pixel (8-bit RGB, not the 1-bit PNG ImageMagick would pick); a grey ramp;
+# the same little picture as BMP and GIF.
 convert -size 20x10 xc:'rgba(255,0,0,0.5)' -fill blue -draw 'circle 10,5 10,8' -depth 8 in.png
 convert -size 20x10 xc:white white.png
-convert -size 4x4 xc:black -fill white -draw 'point 0,0' corner_dot.png
+convert -size 4x4 xc:black -fill white -draw 'point 0,0' PNG24:corner_dot.png
 convert -size 10x20 gradient:white-black -rotate 90 -depth 8 -type Grayscale ramp.png
+convert -size 3x2 xc:red red.bmp
+convert -size 3x2 xc:red red.gif
 
 # --- help ---
 for sub in info convert crop scale flip gray color add-alpha remove-alpha invert clear opaque \
@@ -38,6 +42,9 @@ grep -q "alpha info: kCGImageAlphaPremultipliedFirst" last.out && grep -q "opaqu
     fail "info: alpha of in.png"
 grep -q "colour model: grey" last.out || fail "info: the ramp should be grey"
 grep -q "description: <PlimCFImage" last.out || fail "info: description"
+run info red.bmp red.gif
+[ "$(grep -c 'format: BMP' last.out)" = 1 ] && [ "$(grep -c 'format: GIF' last.out)" = 1 ] ||
+    fail "info should name BMP and GIF: $(grep format: last.out)"
 
 # --- convert to every format, read back ---
 for ext in png jpg tiff pict pct; do
@@ -113,9 +120,10 @@ for op in clear copy-src copy-dest srcover destover srcin destin srcout destout 
     "$plim" composite in.png white.png "op.png" --op $op 2>/dev/null || fail "composite --op $op"
 done
 run tile corner_dot.png white.png tile.png --src-rect 0,0,4,4 --dest-rect 0,0,20,10 --op copy-src
-# With the grid starting at the top-left corner the dot repeats every 4 pixels.
-[ "$(pixel tile.png 4,0)" = "255,255,255,255" ] && [ "$(pixel tile.png 5,0)" = "0,0,0,255" ] ||
-    fail "tile grid: $(pixel tile.png 4,0) $(pixel tile.png 5,0)"
+# With the pattern anchored at the top-left corner (the default) the dot repeats every 4 pixels.
+[ "$(pixel tile.png 4,0)" = "255,255,255,255" ] && [ "$(pixel tile.png 5,0)" = "0,0,0,255" ] &&
+    [ "$(pixel tile.png 16,8)" = "255,255,255,255" ] ||
+    fail "tile grid: $(pixel tile.png 4,0) $(pixel tile.png 5,0) $(pixel tile.png 16,8)"
 for origin in min-x-max-y max-x-max-y min-x-min-y max-x-min-y; do
     "$plim" tile corner_dot.png white.png t.png --src-rect 0,0,4,4 --dest-rect 0,0,20,10 --origin $origin ||
         fail "tile --origin $origin"
@@ -151,5 +159,33 @@ run match list.json 0,0,1,1
 run recolor in.png recolor.png list.json
 [ "$(pixel recolor.png 10,5)" = "0,255,0,255" ] || fail "recolor blue to green: $(pixel recolor.png 10,5)"
 [ "$(pixel recolor.png 0,0)" = "$(pixel in.png 0,0)" ] || fail "recolor should keep unmatched pixels"
+
+# Hues run from 0 to 360 and the range modes go round the circle: 330 is (1, 0, 0.5), and 355 give
+# or take 10 covers both 349 and 3.
+hue_list() {
+    printf '{"replacement-components": 3, "entries": [{"options": ["ignoring-intensities", "convert-to-hsb"],
+      "components": [{"mode": "absolutely-if-within-range", "target": %s, "tolerance": %s}],
+      "replacement": [120, 1, 1]}]}\n' "$1" "$2" >hue.json
+}
+hue_list 330 5
+run match hue.json 1,0,0.5,1
+[ "$(cat last.out)" = "0,1,0" ] || fail "hue 330 should match (1, 0, 0.5): $(cat last.out)"
+hue_list 355 10
+for colour in 1,0,0.1,1 1,0.05,0,1 1,0,0,1; do
+    run match hue.json $colour
+    [ "$(cat last.out)" = "0,1,0" ] || fail "hue 355 +-10 should match $colour: $(cat last.out)"
+done
+"$plim" match hue.json 1,0.3,0,1 >last.out 2>&1
+[ $? -eq 1 ] || fail "hue 18 is outside 355 +-10"
+# A replacement hue of 360 is red, not black.
+printf '{"replacement-components": 3, "entries": [{"options": ["ignoring-intensities", "convert-to-hsb"],
+  "components": [{"mode": "always-matches"}], "replacement": [360, 1, 1]}]}\n' >red.json
+run match red.json 0,0,1,1
+[ "$(cat last.out)" = "1,0,0" ] || fail "replacement hue 360 should be red: $(cat last.out)"
+# recolor goes through the same hues: the (255, 0, 128) pixel turns green.
+convert -size 2x1 xc:'rgb(255,0,128)' PNG24:pink.png
+hue_list 330 5
+run recolor pink.png green.png hue.json
+[ "$(pixel green.png 1,0)" = "0,255,0,255" ] || fail "recolor by hue: $(pixel green.png 1,0)"
 
 finish "all plim command checks passed"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # plim demo: usage and exit codes, every listed file written and readable at its expected size,
-# 24 different contact-sheet tiles, and a failed run leaving nothing behind.
+# 24 different contact-sheet tiles, an index page that shows every picture and labels every tile,
+# and a failed run leaving nothing behind.
 # Usage: bash demo.sh <path to plim> <scratch dir>
 source "$(dirname "$0")/harness.bash" "$@"
 
@@ -30,7 +31,7 @@ rc=$?
 
 sed -n 's/^wrote \(.*\) (.*)$/\1/p' "$scratch/demo.out" >"$scratch/listed"
 for name in source.png destination.png mask.png contact-sheet.png contact-sheet.txt pattern.png \
-    outline.svg scene.png grey.png inverted.png masked.png; do
+    outline.svg scene.png grey.png inverted.png masked.png index.html; do
     grep -qx "$out/$name" "$scratch/listed" || fail "demo did not report writing $name"
 done
 while read -r path; do
@@ -56,6 +57,25 @@ grep -q "^row 4, column 6: " "$out/contact-sheet.txt" || fail "last tile should 
 while read -r line; do
     grep -qxF "$line" "$scratch/demo.out" || fail "tile line not printed: $line"
 done <"$out/contact-sheet.txt"
+
+# The index page: every picture shown with its name, and the 24 tiles labelled in sheet order.
+index="$out/index.html"
+for name in source.png destination.png mask.png contact-sheet.png pattern.png outline.svg scene.png \
+    grey.png inverted.png masked.png; do
+    grep -q "<img src=\"$name\"" "$index" && grep -q "<b>$name</b>" "$index" ||
+        fail "index.html should show $name with its name"
+done
+[ "$(grep -c '<div class="tile"' "$index")" -eq 24 ] || fail "index.html should show 24 tiles"
+sed -n 's/.*: //p' "$out/contact-sheet.txt" >"$scratch/sheet-order"
+grep -o '<div class="tile"[^>]*></div><figcaption>[^<]*' "$index" | sed 's/.*<figcaption>//' >"$scratch/page-order"
+cmp -s "$scratch/sheet-order" "$scratch/page-order" || fail "index.html labels the tiles out of order"
+# Each label sits on its own tile: the offsets step by 104 px (96 + 8) along rows of six.
+grep -q 'background-position: -8px -8px"></div><figcaption>clear<' "$index" &&
+    grep -q 'background-position: -528px -320px"></div><figcaption>exclusion<' "$index" ||
+    fail "index.html tile offsets"
+if command -v xmllint >/dev/null; then
+    xmllint --html --noout "$index" 2>"$scratch/lint.err" || fail "index.html: $(cat "$scratch/lint.err")"
+fi
 
 # The 24 tiles (96 px, 8 px frame) must all differ, and visibly: more than a few hundred pixels
 # apart even allowing a small per-pixel tolerance.

@@ -49,6 +49,35 @@ expect 2 trace in.png out.svg --threshold 2
 expect 2 match list.json 1,2
 expect 2 recolor in.png out.png
 expect 2 info
+# Strict numbers: whole numbers where whole numbers are meant, plain decimals elsewhere.
+for rect in 1.5,0,2,2 0x10,0,2,2 1e3,0,2,2 +1,0,2,2 " 1,0,2,2" 1,0,2,0 1,0,2,-2 1,0,2,2, 99999999,0,1,1; do
+    expect 2 crop in.png out.png "$rect"
+done
+for size in 1.5,3 1e2,10 0x10,10 , 10 50 0% -5% 1e2% 70000,10; do
+    expect 2 scale in.png out.png "$size"
+done
+expect 2 match list.json 1e-1,0,0,1
+expect 2 match list.json 0x1,0,0,1
+expect 2 match list.json inf,0,0,1
+expect 2 trace in.png out.svg --threshold 0x1
+expect 2 composite in.png in.png out.png --op xor --src-rect 0,0,1.5,1 --dest-rect 0,0,1,1
+expect 2 tile in.png in.png out.png --src-rect 0,0,4,4 --dest-rect 0,0,8e1,8
+# Output options: --quality is for JPEG only and runs from 1 to 100; formats are named.
+expect 2 convert in.png out.png --quality 50
+expect 2 convert in.png out.jpg --quality 0
+expect 2 convert in.png out.jpg --quality 101
+expect 2 convert in.png out.jpg --quality 7.5
+expect 2 invert in.png out.tiff --quality 80
+expect 2 invert in.png out.png --format gif
+# trace writes SVG only; help knows its subcommands.
+expect 2 trace in.png out.png
+expect 2 trace in.png out
+expect 2 help nosuch
+# Two inputs that would be written to one name: refused before anything is made.
+mkdir sub && cp in.png sub/in.png
+expect 2 convert in.png sub/in.png --out-dir new-dir
+expect 2 convert in.png truncated.png --out-dir new-dir --format png --quality 80
+rm -r sub
 "$plim" >/dev/null 2>err.txt; [ $? -eq 2 ] || fail "plim without a subcommand should exit 2"
 "$plim" frobnicate >/dev/null 2>err.txt; [ $? -eq 2 ] && grep -q "unknown subcommand" err.txt ||
     fail "an unknown subcommand should exit 2"
@@ -75,8 +104,8 @@ expect 1 crop in.png out.png 20,20,2,2
 expect 1 convert in.png file.txt/out.png
 expect 1 convert in.png no/such/dir/out.png
 expect 1 trace in.png file.txt/out.svg
-expect 1 convert in.png in.png --out-dir missing-dir
 expect 1 convert in.png --out-dir file.txt
+expect 1 convert in.png --out-dir file.txt/below
 
 # A failed run keeps an existing output as it was.
 cp in.png keep.png

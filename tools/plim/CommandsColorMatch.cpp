@@ -2,15 +2,14 @@
 #include "Commands.h"
 
 #include <PlimBitmapLib/PlimCFColorMatchList.h>
+#include <PlimBitmapLib/PlimPixelBuffer.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cerrno>
+#include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <unordered_map>
 
 namespace plimtool {
@@ -61,28 +60,40 @@ int OptionBits(const NamedValue (&table)[N], const json &node, const char *what)
     return bits;
 }
 
-struct ListHolder {
+// One entry of the list, alone in a library list of its own. The tool does the conversion to
+// hue, saturation and brightness itself, so that hues run from 0 to 360 as the list format says
+// (the library's own run from -60 to 300) and a range test can measure hue around the circle.
+struct MatchEntry {
     CFRef<PlimCFColorMatchList> list;
-    UInt32 count = 0;
+    bool hsb = false;
+    bool hueOnCircle = false;  // the hue is tested by a within- or not-within-range mode
+    float hueTarget = 0;
 };
 
-// Builds the list from LIST.json; on failure returns false with a one-line message.
-bool LoadList(const std::string &path, ListHolder *holder, std::string *error) {
-    std::ifstream file(path);
-    if (!file) {
-        *error = "cannot read '" + path + "': " + std::strerror(errno);
-        return false;
-    }
+struct MatchList {
+    UInt32 count = 0;  // replacement components
+    bool allEntriesMustMatch = false;
+    std::vector<MatchEntry> entries;
+};
+
+bool IsRangeMode(int mode) {
+    return mode == ProportionallyIfWithinRange || mode == ProportionallyIfNotWithinRange ||
+           mode == AbsolutelyIfWithinRange || mode == AbsolutelyIfNotWithinRange;
+}
+
+// Builds the list from LIST.json ("-": standard input); on failure returns false with a one-line
+// message.
+bool LoadList(const std::string &path, MatchList *list, std::string *error) {
+    std::string text;
+    if (!ReadInput(path, &text, error)) return false;
     try {
-        json root = json::parse(file);
+        json root = json::parse(text);
         if (!root.is_object()) throw std::runtime_error("the top level must be an object");
         int listOptions = OptionBits(kListOptions, root.value("options", json()), "list option");
         int count = root.value("replacement-components", 4);
         if (count < 1 || count > 4) throw std::runtime_error("replacement-components must be 1 to 4");
-        holder->count = static_cast<UInt32>(count);
-        holder->list = CFRef<PlimCFColorMatchList>(
-            PlimCFColorMatchListCreate(nullptr, static_cast<UInt32>(listOptions), holder->count));
-        if (!holder->list) throw std::runtime_error("cannot create the list");
+        list->count = static_cast<UInt32>(count);
+        list->allEntriesMustMatch = (listOptions & AllEntriesMustMatch) != 0;
         const json &entries = root.at("entries");
         if (!entries.is_array()) throw std::runtime_error("entries must be a list");
         size_t index = 0;
@@ -94,6 +105,8 @@ bool LoadList(const std::string &path, ListHolder *holder, std::string *error) {
             const json &components = node.at("components");
             if (!components.is_array() || components.size() != tested)
                 throw std::runtime_error(where + "needs " + std::to_string(tested) + " components");
+            if ((options & ConvertToHSB) && list->count < 3)
+                throw std::runtime_error(where + "convert-to-hsb needs 3 or 4 replacement components");
             std::vector<PlimColorMatchComponent> records;
             for (const json &c : components) {
                 PlimColorMatchComponent record;
@@ -103,16 +116,60 @@ bool LoadList(const std::string &path, ListHolder *holder, std::string *error) {
                 records.push_back(record);
             }
             std::vector<float> replacement = node.at("replacement").get<std::vector<float>>();
-            if (replacement.size() != holder->count)
+            if (replacement.size() != list->count)
                 throw std::runtime_error(where + "the replacement needs " +
-                                         std::to_string(holder->count) + " values");
-            PlimColorMatchEntry entry = {options, records.data(), replacement.data()};
-            if (!PlimCFColorMatchListAddEntry(holder->list.get(), &entry))
-                throw std::runtime_error(where + "does not fit the list");
+                                         std::to_string(list->count) + " values");
+            MatchEntry entry;
+            entry.hsb = (options & ConvertToHSB) != 0;
+            entry.hueOnCircle = entry.hsb && IsRangeMode(records[0].mode);
+            entry.hueTarget = records[0].target;
+            entry.list = CFRef<PlimCFColorMatchList>(PlimCFColorMatchListCreate(nullptr, 0, list->count));
+            PlimColorMatchEntry record = {options & ~ConvertToHSB, records.data(), replacement.data()};
+            if (!entry.list || !PlimCFColorMatchListAddEntry(entry.list.get(), &record))
+                throw std::runtime_error(where + "cannot be stored");
+            list->entries.push_back(std::move(entry));
         }
     } catch (const std::exception &e) {
         *error = "bad colour match list '" + path + "': " + e.what();
         return false;
+    }
+    return true;
+}
+
+// The list's result for a straight colour (red, green, blue, alpha): every matching entry's
+// contribution, converted back from hue, saturation and brightness where the entry works in
+// them, and averaged. False when nothing matched, or when an entry did not and the list says
+// all must.
+bool FindMatch(const MatchList &list, const float color[4], float *result) {
+    float hsb[4] = {color[0], color[1], color[2], color[3]};
+    PlimConvertRGBToHSV(hsb);
+    if (hsb[0] < 0.0f) hsb[0] += 360.0f;
+    std::vector<std::array<float, 4>> contributions;
+    for (const MatchEntry &entry : list.entries) {
+        float tested[4];
+        std::copy(entry.hsb ? hsb : color, (entry.hsb ? hsb : color) + 4, tested);
+        if (entry.hueOnCircle) {
+            // The hue closest to the target, one turn up or down: 350 against 5 is 15 away.
+            if (tested[0] - entry.hueTarget > 180.0f) tested[0] -= 360.0f;
+            else if (entry.hueTarget - tested[0] > 180.0f) tested[0] += 360.0f;
+        }
+        std::array<float, 4> contribution = {};
+        if (!PlimCFColorMatchListFindMatch(entry.list.get(), tested, contribution.data())) {
+            if (list.allEntriesMustMatch) return false;
+            continue;
+        }
+        if (entry.hsb) {
+            float hue = std::fmod(contribution[0], 360.0f);
+            contribution[0] = hue < 0.0f ? hue + 360.0f : hue;
+            PlimConvertHSVToRGB(contribution.data());
+        }
+        contributions.push_back(contribution);
+    }
+    if (contributions.empty()) return false;
+    for (UInt32 i = 0; i < list.count; ++i) {
+        float sum = 0.0f;
+        for (const auto &c : contributions) sum += c[i];
+        result[i] = sum / static_cast<float>(contributions.size());
     }
     return true;
 }
@@ -128,14 +185,11 @@ UInt8 ToByte(float value) {
 int RunRecolor(const Args &args) {
     ParsedArgs parsed;
     int code = kExitOK;
-    if (!Prepare("recolor", args, {}, {}, 3, &parsed, &code)) return code;
-    std::optional<OutputFormat> format = OutputFormatFromPath(parsed.positional[1]);
-    if (!format) {
-        PrintError("recolor", "cannot tell the output format from '" + parsed.positional[1] + "'");
-        return kExitUsage;
-    }
+    if (!Prepare("recolor", args, WithOutputOptions({}), {}, 3, &parsed, &code)) return code;
+    std::optional<OutputChoice> output = OutputFor("recolor", parsed, parsed.positional[1]);
+    if (!output) return kExitUsage;
     std::string error;
-    ListHolder list;
+    MatchList list;
     if (!LoadList(parsed.positional[2], &list, &error)) return PrintError("recolor", error), kExitFailure;
     ImageRef image(LoadImageFile(parsed.positional[0], &error));
     if (!image.get()) return PrintError("recolor", error), kExitFailure;
@@ -167,7 +221,7 @@ int RunRecolor(const Args &args) {
                 color[3] = static_cast<float>(a) / 255.0f;
                 float result[4] = {color[0], color[1], color[2], color[3]};
                 uint32_t replaced = key;
-                if (PlimCFColorMatchListFindMatch(list.list.get(), color, result)) {
+                if (FindMatch(list, color, result)) {
                     UInt8 na = hasAlpha ? ToByte(result[3]) : p[0];
                     UInt8 alpha = hasAlpha ? na : 255;
                     replaced = uint32_t(na) << 24;
@@ -187,7 +241,7 @@ int RunRecolor(const Args &args) {
         }
     }
     PlimCFImageInvalidateImage(image.get());
-    if (!WriteImageFile(image.get(), parsed.positional[1], *format, &error))
+    if (!WriteImageFile(image.get(), parsed.positional[1], *output, &error))
         return PrintError("recolor", error), kExitFailure;
     return kExitOK;
 }
@@ -197,15 +251,15 @@ int RunMatch(const Args &args) {
     int code = kExitOK;
     if (!Prepare("match", args, {}, {}, 2, &parsed, &code)) return code;
     std::vector<float> color;
-    if (!ParseFloats(parsed.positional[1], 4, &color)) {
+    if (!ParseDecimals(parsed.positional[1], 4, &color)) {
         PrintError("match", "bad colour '" + parsed.positional[1] + "' (want R,G,B,A)");
         return kExitUsage;
     }
     std::string error;
-    ListHolder list;
+    MatchList list;
     if (!LoadList(parsed.positional[0], &list, &error)) return PrintError("match", error), kExitFailure;
     float result[4] = {};
-    if (!PlimCFColorMatchListFindMatch(list.list.get(), color.data(), result)) {
+    if (!FindMatch(list, color.data(), result)) {
         std::puts("no match");
         return kExitFailure;
     }

@@ -28,6 +28,8 @@ constexpr const char *kDemoUsage =
     "  outline.svg         the source with its traced alpha outline\n"
     "  scene.png           source over destination over the checkerboard\n"
     "  grey.png, inverted.png, masked.png  variants of the scene\n"
+    "  index.html          one page showing every picture with what it shows, the contact\n"
+    "                      sheet's tiles labelled\n"
     "Prints one line per file written.\n";
 
 constexpr uint32_t kColumns = 6;
@@ -67,11 +69,26 @@ public:
             *error = "could not make the image for " + Path(name);
             return false;
         }
-        if (!WriteImageFile(image, Path(name), OutputFormat::PNG, error)) return false;
+        if (!WriteImageFile(image, Path(name), OutputChoice{}, error)) return false;
+        pictures_.push_back({name, note, PlimCFImageGetWidth(image), PlimCFImageGetHeight(image)});
         return Wrote(name, std::to_string(PlimCFImageGetWidth(image)) + "x" +
                                std::to_string(PlimCFImageGetHeight(image)) +
                                (note.empty() ? "" : ", " + note));
     }
+
+    // A drawing (SVG) to show on the index page as well.
+    bool Drawing(const std::string &name, const std::string &svg, const std::string &note,
+                 uint32_t width, uint32_t height, std::string *error) {
+        if (!WriteTextFile(Path(name), svg, error)) return false;
+        pictures_.push_back({name, note, width, height});
+        return Wrote(name, note);
+    }
+
+    struct Picture {
+        std::string name, note;
+        uint32_t width, height;
+    };
+    const std::vector<Picture> &Pictures() const { return pictures_; }
 
     bool Text(const std::string &name, const std::string &text, const std::string &note,
               std::string *error) {
@@ -105,7 +122,59 @@ private:
     bool createdDir_ = false;
     std::vector<std::string> written_;
     std::vector<std::string> lines_;
+    std::vector<Picture> pictures_;
 };
+
+std::string EscapeHTML(const std::string &text) {
+    std::string out;
+    for (char c : text) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
+// One page to open after the run: every picture with its name and what it shows, and the
+// contact sheet once more as a grid of its tiles, each labelled with its operation.
+std::string IndexPage(const std::vector<DemoWriter::Picture> &pictures,
+                      const std::vector<std::string> &tileNames) {
+    std::string html =
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<title>plim demo</title>\n<style>\n"
+        "body { font-family: sans-serif; margin: 2em; background: #f4f4f4; }\n"
+        "figure { display: inline-block; margin: 0 1.5em 1.5em 0; vertical-align: top; }\n"
+        "figure img { image-rendering: pixelated; background: #fff; border: 1px solid #ccc; }\n"
+        ".tiles { display: grid; grid-template-columns: repeat(" + std::to_string(kColumns) +
+        ", auto); gap: 12px; justify-content: start; }\n"
+        ".tile { width: " + std::to_string(kSampleSize) + "px; height: " +
+        std::to_string(kSampleSize) + "px; background-image: url(contact-sheet.png); }\n"
+        ".tiles figure { margin: 0; }\n"
+        "</style>\n</head>\n<body>\n<h1>plim demo</h1>\n"
+        "<p>What <code>plim demo</code> made from sample images it draws itself.</p>\n";
+    for (const DemoWriter::Picture &p : pictures) {
+        html += "<figure><img src=\"" + EscapeHTML(p.name) + "\" width=\"" +
+                std::to_string(p.width) + "\" height=\"" + std::to_string(p.height) + "\" alt=\"" +
+                EscapeHTML(p.note) + "\"><figcaption><b>" + EscapeHTML(p.name) + "</b>: " +
+                EscapeHTML(p.note) + "</figcaption></figure>\n";
+    }
+    html += "<h2>The contact sheet, tile by tile</h2>\n"
+            "<p>Each tile is destination.png with source.png composited onto it by one "
+            "operation, shown over a checkerboard.</p>\n<div class=\"tiles\">\n";
+    for (size_t i = 0; i < tileNames.size(); ++i) {
+        const uint32_t x = kGap + static_cast<uint32_t>(i % kColumns) * (kSampleSize + kGap);
+        const uint32_t y = kGap + static_cast<uint32_t>(i / kColumns) * (kSampleSize + kGap);
+        html += "<figure><div class=\"tile\" style=\"background-position: -" + std::to_string(x) +
+                "px -" + std::to_string(y) + "px\"></div><figcaption>" +
+                EscapeHTML(tileNames[i]) + "</figcaption></figure>\n";
+    }
+    html += "</div>\n</body>\n</html>\n";
+    return html;
+}
 
 // One tile per operation: a copy of the destination with the source composited onto it, shown
 // over a checkerboard. Tiles go into the sheet row by row in operation-code order.
@@ -179,37 +248,46 @@ bool WriteDemo(DemoWriter &out, std::string *index, std::string *error) {
         *error = "could not create the sample images";
         return false;
     }
-    if (!out.Image("source.png", source.get(), "soft-alpha discs", error) ||
-        !out.Image("destination.png", destination.get(), "gradients fading out", error) ||
-        !out.Image("mask.png", mask.get(), "grey vignette", error)) {
+    if (!out.Image("source.png", source.get(), "the source: discs and a ring with soft, partly transparent edges", error) ||
+        !out.Image("destination.png", destination.get(), "the destination: colour gradients fading out to the right", error) ||
+        !out.Image("mask.png", mask.get(), "a grey mask, white in the middle", error)) {
         return false;
     }
 
     ImageRef sheet = MakeContactSheet(source.get(), destination.get(), index);
     if (!out.Image("contact-sheet.png", sheet.get(),
-                   std::to_string(kColumns * kRows) + " operations, " + std::to_string(kColumns) +
-                       "x" + std::to_string(kRows),
+                   "the source composited onto the destination by all " +
+                       std::to_string(kColumns * kRows) + " operations, " +
+                       std::to_string(kColumns) + "x" + std::to_string(kRows) + " tiles",
                    error) ||
         !out.Text("contact-sheet.txt", *index, "tile order", error)) {
         return false;
     }
 
     ImageRef pattern = MakePattern(source.get());
-    if (!out.Image("pattern.png", pattern.get(), "tiled source", error)) return false;
+    if (!out.Image("pattern.png", pattern.get(), "the source tiled across a checkerboard", error)) return false;
 
-    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, false, error);
-    if (!svg || !out.Text("outline.svg", *svg, "traced alpha outline", error)) return false;
+    std::optional<std::string> svg = TraceSVGDocument(source.get(), 0.5f, nullptr, error);
+    if (!svg || !out.Drawing("outline.svg", *svg, "the source with its traced alpha outline",
+                             kSampleSize, kSampleSize, error))
+        return false;
 
     ImageRef scene = MakeScene(source.get(), destination.get());
-    if (!out.Image("scene.png", scene.get(), "source over destination over checkerboard", error)) {
+    if (!out.Image("scene.png", scene.get(), "source over destination over a checkerboard", error)) {
         return false;
     }
     ImageRef grey = Variant(scene.get(), PlimCFImageConvertToGrayscale);
     ImageRef inverted = Variant(scene.get(), PlimCFImageInvert);
     ImageRef masked(PlimCFImageCreateWithImageAndMask(nullptr, scene.get(), mask.get(), false));
-    return out.Image("grey.png", grey.get(), "scene in grey", error) &&
-           out.Image("inverted.png", inverted.get(), "scene inverted", error) &&
-           out.Image("masked.png", masked.get(), "scene through the mask", error);
+    if (!out.Image("grey.png", grey.get(), "the scene in grey", error) ||
+        !out.Image("inverted.png", inverted.get(), "the scene with its colours inverted", error) ||
+        !out.Image("masked.png", masked.get(), "the scene with the mask as its alpha", error))
+        return false;
+    std::vector<std::string> tileNames;
+    for (const OperationName &operation : CompositeOperationNames())
+        tileNames.push_back(operation.name);
+    return out.Text("index.html", IndexPage(out.Pictures(), tileNames),
+                    "every picture on one page", error);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Operation names, output formats, safe file writes and the traced-outline SVG.
+// Operation names, output formats, reading inputs, safe file writes and the traced-outline SVG.
 #include "ToolSupport.h"
 
 #include <PlimBitmapLib/PlimCFImageExporter.h>
@@ -41,9 +41,26 @@ std::string Base64(const UInt8 *bytes, size_t length) {
 }
 
 
-// Writes bytes to a temporary beside path and renames it into place.
+bool WriteToStdout(const void *bytes, size_t length, std::string *error) {
+    std::fflush(stdout);
+    const char *p = static_cast<const char *>(bytes);
+    while (length > 0) {
+        ssize_t n = write(STDOUT_FILENO, p, length);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            *error = std::string("cannot write to standard output: ") + std::strerror(errno);
+            return false;
+        }
+        p += n;
+        length -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// Writes bytes to a temporary beside path and renames it into place ("-": standard output).
 bool WriteBytesAtomically(const std::string &path, const void *bytes, size_t length,
                           std::string *error) {
+    if (IsStdio(path)) return WriteToStdout(bytes, length, error);
     size_t slash = path.rfind('/');
     std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -85,25 +102,26 @@ bool WriteBytesAtomically(const std::string &path, const void *bytes, size_t len
     return true;
 }
 
-CFDataRef EncodeImage(PlimCFImage image, OutputFormat format) {
-    switch (format) {
-    case OutputFormat::PNG: return PlimCFImageCopyPNGData(nullptr, image);
-    case OutputFormat::TIFF: return PlimCFImageCopyTIFFData(nullptr, image);
+PlimCFImageExporter CreateExporter(const OutputChoice &output) {
+    switch (output.format) {
     case OutputFormat::JPEG:
-    case OutputFormat::PICT:
-    case OutputFormat::PCT: {
-        PlimCFImageExporter exporter = format == OutputFormat::JPEG ? PlimCFImageExporterCreateJPEG(nullptr)
-                                       : format == OutputFormat::PICT ? PlimCFImageExporterCreatePICT(nullptr)
-                                                                      : PlimCFImageExporterCreatePCT(nullptr);
-        if (!exporter) return nullptr;
-        CFDataRef data = nullptr;
-        if (CGImageRef rendered = PlimCFImageGetCGImage(image))
-            data = PlimCFImageExportCreateData(nullptr, exporter, rendered);
-        CFRelease(exporter);
-        return data;
-    }
+        return output.quality ? PlimCFImageExporterCreateJPEGWithQuality(nullptr, output.quality)
+                              : PlimCFImageExporterCreateJPEG(nullptr);
+    case OutputFormat::PICT: return PlimCFImageExporterCreatePICT(nullptr);
+    case OutputFormat::PCT: return PlimCFImageExporterCreatePCT(nullptr);
+    case OutputFormat::PNG:
+    case OutputFormat::TIFF: break;
     }
     return nullptr;
+}
+
+CFDataRef EncodeImage(PlimCFImage image, const OutputChoice &output) {
+    if (output.format == OutputFormat::PNG) return PlimCFImageCopyPNGData(nullptr, image);
+    if (output.format == OutputFormat::TIFF) return PlimCFImageCopyTIFFData(nullptr, image);
+    CFRef<PlimCFImageExporter> exporter(CreateExporter(output));
+    CGImageRef rendered = PlimCFImageGetCGImage(image);
+    if (!exporter || !rendered) return nullptr;
+    return PlimCFImageExportCreateData(nullptr, exporter.get(), rendered);
 }
 
 }  // namespace
@@ -162,27 +180,78 @@ std::optional<OutputFormat> OutputFormatFromPath(std::string_view path) {
     return OutputFormatFromName(name.substr(dot + 1));
 }
 
-PlimCFImage LoadImageFile(const std::string &path, std::string *error) {
+std::string ExtensionOf(OutputFormat format) {
+    switch (format) {
+    case OutputFormat::PNG: return "png";
+    case OutputFormat::JPEG: return "jpg";
+    case OutputFormat::TIFF: return "tiff";
+    case OutputFormat::PICT: return "pict";
+    case OutputFormat::PCT: return "pct";
+    }
+    return "png";
+}
+
+bool ReadInput(const std::string &path, std::string *bytes, std::string *error) {
+    if (IsStdio(path)) {
+        static bool stdinTaken = false;
+        if (stdinTaken) {
+            *error = "standard input can be read only once";
+            return false;
+        }
+        stdinTaken = true;
+        std::ostringstream contents;
+        contents << std::cin.rdbuf();
+        if (std::cin.bad()) {
+            *error = std::string("cannot read standard input: ") + std::strerror(errno);
+            return false;
+        }
+        *bytes = contents.str();
+        return true;
+    }
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         *error = "cannot read '" + path + "': " + std::strerror(errno);
-        return nullptr;
+        return false;
     }
     std::ostringstream contents;
     contents << file.rdbuf();
     if (file.bad()) {
         *error = "cannot read '" + path + "': " + std::strerror(errno);
-        return nullptr;
+        return false;
     }
-    std::string bytes = contents.str();
+    *bytes = contents.str();
+    return true;
+}
+
+std::string FormatNameOf(std::string_view bytes, const std::string &path) {
+    auto starts = [&](std::string_view magic, size_t at = 0) {
+        return bytes.size() >= at + magic.size() && bytes.substr(at, magic.size()) == magic;
+    };
+    if (starts("\x89PNG\r\n\x1a\n")) return "PNG";
+    if (starts("\xFF\xD8\xFF")) return "JPEG";
+    if (starts(std::string_view("II*\0", 4)) || starts(std::string_view("MM\0*", 4))) return "TIFF";
+    if (starts("GIF87a") || starts("GIF89a")) return "GIF";
+    if (starts("BM") && bytes.size() >= 26) return "BMP";
+    if (starts("RIFF") && starts("WEBP", 8)) return "WebP";
+    std::optional<OutputFormat> named = OutputFormatFromPath(path);
+    if (named == OutputFormat::PCT) return "PCT";
+    if (named == OutputFormat::PICT) return "PICT";
+    return "unknown";
+}
+
+PlimCFImage LoadImageFile(const std::string &path, std::string *error, std::string *formatName) {
+    std::string bytes;
+    if (!ReadInput(path, &bytes, error)) return nullptr;
+    const std::string shown = IsStdio(path) ? "standard input" : "'" + path + "'";
     if (bytes.empty()) {
-        *error = "unsupported or corrupt image '" + path + "': the file is empty";
+        *error = "unsupported or corrupt image " + shown + ": the file is empty";
         return nullptr;
     }
+    if (formatName) *formatName = FormatNameOf(bytes, path);
     CFRef<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()),
                                           static_cast<CFIndex>(bytes.size())));
     if (!data.get()) {
-        *error = "cannot read '" + path + "': out of memory";
+        *error = "cannot read " + shown + ": out of memory";
         return nullptr;
     }
     // The extension picks the loader for picture files, which carry no reliable signature;
@@ -196,17 +265,18 @@ PlimCFImage LoadImageFile(const std::string &path, std::string *error) {
                             : PlimCFImageCreateWithData(nullptr, data.get());
     if (!image || PlimCFImageGetWidth(image) == 0 || PlimCFImageGetHeight(image) == 0) {
         if (image) CFRelease(image);
-        *error = "unsupported or corrupt image '" + path + "'";
+        *error = "unsupported or corrupt image " + shown;
         return nullptr;
     }
     return image;
 }
 
-bool WriteImageFile(PlimCFImage image, const std::string &path, OutputFormat format,
+bool WriteImageFile(PlimCFImage image, const std::string &path, const OutputChoice &output,
                     std::string *error) {
-    CFRef<CFDataRef> data(EncodeImage(image, format));
+    CFRef<CFDataRef> data(EncodeImage(image, output));
     if (!data.get()) {
-        *error = "cannot encode the image for '" + path + "'";
+        *error = "cannot encode the image for " +
+                 (IsStdio(path) ? std::string("standard output") : "'" + path + "'");
         return false;
     }
     return WriteBytesAtomically(path, CFDataGetBytePtr(data.get()),
@@ -217,22 +287,23 @@ bool WriteTextFile(const std::string &path, std::string_view text, std::string *
     return WriteBytesAtomically(path, text.data(), text.size(), error);
 }
 
-std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, bool showLog,
-                                            std::string *error) {
+std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold,
+                                            std::FILE *showLogOn, std::string *error) {
     CFRef<CFDataRef> png(PlimCFImageCopyPNGData(nullptr, image));
     if (!png.get()) {
         *error = "cannot encode the image as PNG";
         return std::nullopt;
     }
-    // The tracer logs every trace on standard output; send it to /dev/null unless asked for.
+    // The tracer logs every trace on standard output; send it where it was asked for, or to
+    // /dev/null.
     std::fflush(stdout);
     std::cout.flush();
     int savedStdout = -1;
-    if (!showLog) {
-        int devnull = open("/dev/null", O_WRONLY);
+    if (showLogOn != stdout) {
+        int target = showLogOn ? dup(fileno(showLogOn)) : open("/dev/null", O_WRONLY);
         savedStdout = dup(STDOUT_FILENO);
-        if (devnull >= 0 && savedStdout >= 0) dup2(devnull, STDOUT_FILENO);
-        if (devnull >= 0) close(devnull);
+        if (target >= 0 && savedStdout >= 0) dup2(target, STDOUT_FILENO);
+        if (target >= 0) close(target);
     }
     CGMutablePathRef path = PlimCFImageCopyAlphaPath(image, threshold);
     std::fflush(stdout);

@@ -1,11 +1,13 @@
-// Shared pieces of the plim command-line tool: operation names, output formats, safe file writes
-// and the traced-outline drawing. Everything here goes through the public C API only.
+// Shared pieces of the plim command-line tool: operation names, output formats, reading inputs
+// (standard input included), safe file writes and the traced-outline drawing. Everything here goes
+// through the public C API only.
 #pragma once
 
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
 #include "CFRef.h"
 
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,24 +37,46 @@ enum class OutputFormat { PNG, JPEG, TIFF, PICT, PCT };
 std::optional<OutputFormat> OutputFormatFromName(std::string_view name);
 // From the extension of path; nullopt when it has none or an unknown one.
 std::optional<OutputFormat> OutputFormatFromPath(std::string_view path);
+// The usual file name extension: "png", "jpg", "tiff", "pict", "pct".
+std::string ExtensionOf(OutputFormat format);
 
-// Loads an image file. On failure returns null and sets *error to a one-line message naming the path
-// ("cannot read ...", "unsupported or corrupt image ...").
-PlimCFImage LoadImageFile(const std::string &path, std::string *error);
+// How to write an image: the format and, for JPEG, a quality from 1 to 100 (0: the default).
+struct OutputChoice {
+    OutputFormat format = OutputFormat::PNG;
+    UInt32 quality = 0;
+};
+
+// The path that stands for standard input or output.
+inline bool IsStdio(const std::string &path) { return path == "-"; }
+
+// The whole content of a file, or of standard input for "-" (which can be read once per run).
+// On failure returns false and sets *error to a one-line message naming the path.
+bool ReadInput(const std::string &path, std::string *bytes, std::string *error);
+
+// The container format of encoded bytes ("PNG", "JPEG", "TIFF", "GIF", "BMP", "WebP"); picture
+// files, which carry no signature, are named by the path's extension ("PICT", "PCT").
+std::string FormatNameOf(std::string_view bytes, const std::string &path);
+
+// Loads an image file ("-": standard input). On failure returns null and sets *error to a
+// one-line message naming the path ("cannot read ...", "unsupported or corrupt image ...").
+// *formatName, when given, receives FormatNameOf the file.
+PlimCFImage LoadImageFile(const std::string &path, std::string *error,
+                          std::string *formatName = nullptr);
 
 // Encodes the image and writes it to path through a temporary file in the same directory that is
-// renamed into place, so a failure never leaves a partial file. Returns false and sets *error to a
-// one-line message on failure.
-bool WriteImageFile(PlimCFImage image, const std::string &path, OutputFormat format,
+// renamed into place, so a failure never leaves a partial file; "-" writes to standard output.
+// Returns false and sets *error to a one-line message on failure.
+bool WriteImageFile(PlimCFImage image, const std::string &path, const OutputChoice &output,
                     std::string *error);
 // Same guarantee for text (SVG, JSON, ...).
 bool WriteTextFile(const std::string &path, std::string_view text, std::string *error);
 
 // An SVG document showing the image (embedded as a PNG data URI) with its alpha outline at the given
-// threshold stroked on top; the tracer's own log reaches standard output only when showLog is true.
+// threshold stroked on top. The tracer's own log is dropped, or shown on the given stream
+// (stdout or stderr).
 // Returns nullopt and sets *error when the image cannot be encoded or traced.
-std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold, bool showLog,
-                                            std::string *error);
+std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold,
+                                            std::FILE *showLogOn, std::string *error);
 
 // Exit codes shared by every subcommand.
 constexpr int kExitOK = 0;

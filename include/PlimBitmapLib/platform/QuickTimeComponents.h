@@ -40,6 +40,17 @@ enum {
     corruptPICTDataErr = -3954
 };
 
+/* Spatial quality of lossy compression, from least to lossless. */
+typedef UInt32 CodecQ;
+enum {
+    codecMinQuality = 0x000,
+    codecLowQuality = 0x100,
+    codecNormalQuality = 0x200,
+    codecHighQuality = 0x300,
+    codecMaxQuality = 0x3FF,
+    codecLosslessQuality = 0x400
+};
+
 typedef struct ComponentDescription {
     OSType componentType;
     OSType componentSubType;
@@ -116,6 +127,10 @@ PLIM_EXPORT ComponentResult GraphicsExportSetInputCGImage(GraphicsExportComponen
                                                           CGImageRef image);
 /* The encoded file replaces the handle's content; the handle grows as needed. */
 PLIM_EXPORT ComponentResult GraphicsExportSetOutputHandle(GraphicsExportComponent ci, Handle h);
+/* The quality of a lossy format (JPEG); formats without one ignore it. Until it is set the
+   encoder's own default applies. Above codecLosslessQuality: paramErr. */
+PLIM_EXPORT ComponentResult GraphicsExportSetCompressionQuality(GraphicsExportComponent ci,
+                                                                CodecQ spatialQuality);
 PLIM_EXPORT ComponentResult GraphicsExportDoExport(GraphicsExportComponent ci,
                                                    UInt32 *actualSizeWritten);
 

@@ -36,6 +36,8 @@ struct ExporterEntry {
     OSType subtype;
     // Appends a complete file to *file.
     OSErr (*encode)(CGImageRef image, std::vector<uint8_t> *file);
+    // The same at a chosen quality; null for formats without one.
+    OSErr (*encodeAtQuality)(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 };
 
 const ImporterEntry *FindImporter(OSType subtype);
@@ -58,6 +60,7 @@ OSErr ImportPICTFile(const uint8_t *data, size_t size, ImportedImage *out);
 // Exporters of each format (own files).
 OSErr ExportPNG(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file);
+OSErr ExportJPEGAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 OSErr ExportTIFF(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file);
 
@@ -82,5 +85,7 @@ struct ComponentInstanceRecord {
     // Exporter.
     CGImageRef input = nullptr;
     Handle output = nullptr;
+    bool qualitySet = false;
+    CodecQ quality = 0;
 };
 

@@ -1,8 +1,10 @@
 /* Makes a transparent image, composites opaque black over it, round-trips the result through PNG data and
-   checks what comes back. Exits non-zero on any mismatch. */
+   checks what comes back, and that the library it runs with is the version its headers name. Exits
+   non-zero on any mismatch. */
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
 #include <stdio.h>
+#include <string.h>
 
 int main(void) {
     CGSize size = {8.0f, 6.0f};
@@ -23,8 +25,10 @@ int main(void) {
     if (!loaded) return 1;
     pixels = (const UInt8 *)PlimCFImageGetImageBuffer(loaded);
     ok = PlimCFImageGetWidth(loaded) == 8 && PlimCFImageGetHeight(loaded) == 6 && pixels &&
-         pixels[0] == 255 && pixels[1] == 0 && pixels[2] == 0 && pixels[3] == 0;
-    printf("consumer: %ux%u, first pixel %u,%u,%u,%u\n", (unsigned)PlimCFImageGetWidth(loaded),
+         pixels[0] == 255 && pixels[1] == 0 && pixels[2] == 0 && pixels[3] == 0 &&
+         PlimGetVersion() == PLIM_VERSION && strcmp(PlimGetVersionString(), PLIM_VERSION_STRING) == 0;
+    printf("consumer of PlimBitmapLib %s: %ux%u, first pixel %u,%u,%u,%u\n", PlimGetVersionString(),
+           (unsigned)PlimCFImageGetWidth(loaded),
            (unsigned)PlimCFImageGetHeight(loaded), pixels ? pixels[0] : 0, pixels ? pixels[1] : 0,
            pixels ? pixels[2] : 0, pixels ? pixels[3] : 0);
     CFRelease(loaded);

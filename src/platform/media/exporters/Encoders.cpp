@@ -93,7 +93,8 @@ struct JPEGError {
 void JPEGErrorExit(j_common_ptr cinfo) { longjmp(reinterpret_cast<JPEGError *>(cinfo->err)->jump, 1); }
 void JPEGSilent(j_common_ptr) {}
 
-bool WriteJPEG(jpeg_compress_struct *cinfo, JPEGError *err, const EncodablePixels &px,
+// quality: libjpeg's 1 to 100, or 0 for its default.
+bool WriteJPEG(jpeg_compress_struct *cinfo, JPEGError *err, const EncodablePixels &px, int quality,
                unsigned char **buffer, unsigned long *size, uint8_t *scratch) {
     if (setjmp(err->jump)) return false;
     jpeg_create_compress(cinfo);
@@ -103,6 +104,7 @@ bool WriteJPEG(jpeg_compress_struct *cinfo, JPEGError *err, const EncodablePixel
     cinfo->input_components = px.grey ? 1 : 3;
     cinfo->in_color_space = px.grey ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(cinfo);
+    if (quality > 0) jpeg_set_quality(cinfo, quality, TRUE);
     jpeg_start_compress(cinfo, TRUE);
     if (!px.icc.empty())
         jpeg_write_icc_profile(cinfo, px.icc.data(), static_cast<unsigned>(px.icc.size()));
@@ -149,7 +151,9 @@ OSErr ExportPNG(CGImageRef image, std::vector<uint8_t> *file) {
     return static_cast<OSErr>(writer.failed ? static_cast<int>(memFullErr) : static_cast<int>(codecBadDataErr));
 }
 
-OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file) {
+namespace {
+
+OSErr EncodeJPEG(CGImageRef image, int quality, std::vector<uint8_t> *file) {
     EncodablePixels px;
     if (!graphics::ReadEncodablePixels(image, &px)) return codecUnimpErr;
     if (px.width > JPEG_MAX_DIMENSION || px.height > JPEG_MAX_DIMENSION) return codecUnimpErr;
@@ -162,11 +166,21 @@ OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file) {
     err.base.output_message = JPEGSilent;
     unsigned char *buffer = nullptr;
     unsigned long size = 0;
-    bool ok = WriteJPEG(&cinfo, &err, px, &buffer, &size, scratch.data());
+    bool ok = WriteJPEG(&cinfo, &err, px, quality, &buffer, &size, scratch.data());
     jpeg_destroy_compress(&cinfo);
     if (ok && buffer) file->assign(buffer, buffer + size);
     std::free(buffer);
     return ok ? OSErr{noErr} : OSErr{codecBadDataErr};
+}
+
+}  // namespace
+
+OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file) { return EncodeJPEG(image, 0, file); }
+
+OSErr ExportJPEGAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file) {
+    // CodecQ runs from 0 to 0x400 (lossless); libjpeg's scale from 1 to 100.
+    int jpegQuality = static_cast<int>((static_cast<UInt32>(quality) * 100u + 512u) / 1024u);
+    return EncodeJPEG(image, jpegQuality < 1 ? 1 : jpegQuality, file);
 }
 
 OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file) {

@@ -11,10 +11,10 @@ namespace plim::media {
 namespace {
 
 const ExporterEntry kExporters[] = {
-    {FourCC("PNGf"), ExportPNG},
-    {FourCC("JPEG"), ExportJPEG},
-    {FourCC("TIFF"), ExportTIFF},
-    {FourCC("PICT"), ExportPICT},
+    {FourCC("PNGf"), ExportPNG, nullptr},
+    {FourCC("JPEG"), ExportJPEG, ExportJPEGAtQuality},
+    {FourCC("TIFF"), ExportTIFF, nullptr},
+    {FourCC("PICT"), ExportPICT, nullptr},
 };
 
 bool ValidExporter(ComponentInstance ci) {
@@ -50,6 +50,15 @@ PLIM_EXPORT ComponentResult GraphicsExportSetOutputHandle(GraphicsExportComponen
     return noErr;
 }
 
+PLIM_EXPORT ComponentResult GraphicsExportSetCompressionQuality(GraphicsExportComponent ci,
+                                                                CodecQ spatialQuality) {
+    if (!ValidExporter(ci)) return badComponentInstance;
+    if (spatialQuality > codecLosslessQuality) return paramErr;
+    ci->qualitySet = true;
+    ci->quality = spatialQuality;
+    return noErr;
+}
+
 PLIM_EXPORT ComponentResult GraphicsExportDoExport(GraphicsExportComponent ci,
                                                    UInt32 *actualSizeWritten) {
     if (actualSizeWritten) *actualSizeWritten = 0;
@@ -58,7 +67,10 @@ PLIM_EXPORT ComponentResult GraphicsExportDoExport(GraphicsExportComponent ci,
     std::vector<uint8_t> file;
     OSErr err;
     try {
-        err = ci->exporter->encode(ci->input, &file);
+        if (ci->qualitySet && ci->exporter->encodeAtQuality)
+            err = ci->exporter->encodeAtQuality(ci->input, ci->quality, &file);
+        else
+            err = ci->exporter->encode(ci->input, &file);
     } catch (const std::bad_alloc &) {
         err = memFullErr;
     }
