@@ -1,7 +1,8 @@
 // libFuzzer target for the alpha path tracer: the input is a small mask (width, height,
 // threshold, then alpha bytes, repeated as needed), traced through the public call. Every
-// result must be a path of closed subpaths whose vertices lie inside the image, and the
-// indexed join must agree with the pairwise one on the traced pieces.
+// result must be a path of closed subpaths whose vertices lie inside the image, the boundary
+// tracer must give the plain tracer's pieces and log, and the indexed join must agree with the
+// pairwise one on the traced pieces.
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "pathfinder/PathFinder.h"
+#include "pathfinder/TraceLog.h"
 
 namespace {
 
@@ -59,17 +61,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         CGPathRelease(path);
     }
 
-    // The same pieces through both joins.
+    // Both tracers give the same pieces and log, and the pieces the same through both joins.
     PathFinder::ImageInfo info{static_cast<const uint32_t *>(PlimCFImageGetImageBuffer(image)), width, height,
                                threshold};
     std::vector<uint8_t> visited(static_cast<size_t>(width) * height, 0);
+    std::vector<uint8_t> cells(PathFinder::BoundaryCells(width, height));
     if (info.pixels) {
-        PathFinder::SubpathList pieces = PathFinder::TraceSubpaths(info, visited.data());
-        PathFinder::SubpathList closed;
-        PathFinder::SortOutClosedSubpaths(pieces, closed);
-        PathFinder::SubpathList open2 = pieces, closed2 = closed;
-        PathFinder::JoinOpenSubpathsPairwise(pieces, closed);
-        if (!PathFinder::JoinOpenSubpathsIndexed(open2, closed2)) std::abort();
+        PathFinder::TraceLog plainLog, log;
+        PathFinder::SubpathList pieces = PathFinder::TraceSubpaths(info, visited.data(), plainLog);
+        PathFinder::SubpathList traced = PathFinder::TraceBoundaries(info, cells.data(), log);
         auto same = [](const PathFinder::SubpathList &a, const PathFinder::SubpathList &b) {
             if (a.size() != b.size()) return false;
             for (size_t k = 0; k < a.size(); ++k) {
@@ -81,6 +81,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             }
             return true;
         };
+        if (plainLog.Logged() != log.Logged() || !same(pieces, traced)) std::abort();
+        PathFinder::SubpathList closed;
+        PathFinder::SortOutClosedSubpaths(pieces, closed);
+        PathFinder::SubpathList open2 = pieces, closed2 = closed;
+        PathFinder::JoinOpenSubpathsPairwise(pieces, closed);
+        if (!PathFinder::JoinOpenSubpathsIndexed(open2, closed2)) std::abort();
         if (!same(pieces, open2) || !same(closed, closed2)) std::abort();
     }
     CFRelease(image);
