@@ -70,24 +70,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         PathFinder::TraceLog plainLog, log;
         PathFinder::SubpathList pieces = PathFinder::TraceSubpaths(info, visited.data(), plainLog);
         PathFinder::SubpathList traced = PathFinder::TraceBoundaries(info, cells.data(), log);
-        auto same = [](const PathFinder::SubpathList &a, const PathFinder::SubpathList &b) {
-            if (a.size() != b.size()) return false;
-            for (size_t k = 0; k < a.size(); ++k) {
-                if (a[k].size() != b[k].size()) return false;
-                for (size_t e = 0; e < a[k].size(); ++e)
-                    if (a[k][e].type != b[k][e].type || a[k][e].point.x != b[k][e].point.x ||
-                        a[k][e].point.y != b[k][e].point.y)
-                        return false;
-            }
-            return true;
-        };
-        if (plainLog.Logged() != log.Logged() || !same(pieces, traced)) std::abort();
+        if (plainLog.Logged() != log.Logged() || pieces != traced) std::abort();
         PathFinder::SubpathList closed;
         PathFinder::SortOutClosedSubpaths(pieces, closed);
         PathFinder::SubpathList open2 = pieces, closed2 = closed;
         PathFinder::JoinOpenSubpathsPairwise(pieces, closed);
         if (!PathFinder::JoinOpenSubpathsIndexed(open2, closed2)) std::abort();
-        if (!same(pieces, open2) || !same(closed, closed2)) std::abort();
+        if (pieces != open2 || closed != closed2) std::abort();
     }
     CFRelease(image);
     return 0;

@@ -99,9 +99,6 @@ void MarkBoundaries(const ImageInfo &info, uint8_t *cells) {
     std::memset(cells + (height + 1) * stride, 0, stride);
 }
 
-// Class of a direction: 1 west/east, 2 north/south, 3 north-east/south-west, 4 north-west/
-// south-east. 0 stands for "no step yet".
-constexpr int kDirectionClass[8] = {1, 4, 2, 3, 1, 4, 2, 3};
 constexpr long kRowStep[8] = {0, -1, -1, -1, 0, 1, 1, 1};
 constexpr long kColumnStep[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
 
@@ -135,21 +132,6 @@ private:
         AddLineToCurrentSubpath(&open_, static_cast<int>(column),
                                 static_cast<int>(height_ - 1 - static_cast<unsigned long>(row)));
         log_.AddingLine(static_cast<int>(column), static_cast<int>(row));
-    }
-
-    // The straight run from the segment start to the pixel just reached must lie in the
-    // direction of travel.
-    static void CheckRun(unsigned direction, long row, long column, long startRow, long startColumn) {
-        switch (direction) {
-        case 0: PATHFINDER_CHECK(row == startRow && column <= startColumn); break;
-        case 1: PATHFINDER_CHECK(row <= startRow && column <= startColumn); break;
-        case 2: PATHFINDER_CHECK(row <= startRow && column == startColumn); break;
-        case 3: PATHFINDER_CHECK(row <= startRow && column >= startColumn); break;
-        case 4: PATHFINDER_CHECK(row == startRow && column >= startColumn); break;
-        case 5: PATHFINDER_CHECK(row >= startRow && column >= startColumn); break;
-        case 6: PATHFINDER_CHECK(row >= startRow && column == startColumn); break;
-        default: PATHFINDER_CHECK(row >= startRow && column <= startColumn); break;
-        }
     }
 
     // Follows the boundary clockwise from the cell `start` at (row, column); the plain

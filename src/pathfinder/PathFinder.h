@@ -26,6 +26,10 @@ struct PathElement {
     CGPoint point;  // (0, 0) for a close element, never read
 };
 
+inline bool operator==(const PathElement &a, const PathElement &b) {
+    return a.type == b.type && a.point.x == b.point.x && a.point.y == b.point.y;
+}
+
 inline PathElement Element(CGPathElementType type, float x, float y) { return {type, CGPointMake(x, y)}; }
 inline PathElement CloseElement() { return Element(kCGPathElementCloseSubpath, 0.0f, 0.0f); }
 
@@ -92,6 +96,14 @@ bool IsPixelSolid(const ImageInfo &info, unsigned long pixel);
 
 // All eight neighbours exist and are solid: an interior pixel, never on the image's edge.
 bool IsPixelFloating(const ImageInfo &info, unsigned long pixel);
+
+// Class of a trace direction (0 west, then clockwise): 1 west/east, 2 north/south,
+// 3 north-east/south-west, 4 north-west/south-east. A trace uses 0 for "no step yet".
+inline constexpr int kDirectionClass[8] = {1, 4, 2, 3, 1, 4, 2, 3};
+
+// Checks that the straight run of a trace from the segment start (startRow, startColumn) to
+// the pixel just reached (row, column) lies in the direction of travel.
+void CheckRun(unsigned direction, long row, long column, long startRow, long startColumn);
 
 // Traces the boundaries of `info`'s solid region into open subpaths (closed ones end with a
 // close), logging each start, corner and close. Both tracers give the same subpaths and log;

@@ -37,11 +37,20 @@ bool IsPixelFloating(const ImageInfo &info, unsigned long pixel) {
     return true;
 }
 
-namespace {
+void CheckRun(unsigned direction, long row, long column, long startRow, long startColumn) {
+    switch (direction) {
+    case 0: PATHFINDER_CHECK(row == startRow && column <= startColumn); break;
+    case 1: PATHFINDER_CHECK(row <= startRow && column <= startColumn); break;
+    case 2: PATHFINDER_CHECK(row <= startRow && column == startColumn); break;
+    case 3: PATHFINDER_CHECK(row <= startRow && column >= startColumn); break;
+    case 4: PATHFINDER_CHECK(row == startRow && column >= startColumn); break;
+    case 5: PATHFINDER_CHECK(row >= startRow && column >= startColumn); break;
+    case 6: PATHFINDER_CHECK(row >= startRow && column == startColumn); break;
+    default: PATHFINDER_CHECK(row >= startRow && column <= startColumn); break;
+    }
+}
 
-// Class of a direction: 1 west/east, 2 north/south, 3 north-east/south-west, 4 north-west/
-// south-east. 0 stands for "no step yet".
-constexpr int kDirectionClass[8] = {1, 4, 2, 3, 1, 4, 2, 3};
+namespace {
 
 class Tracer {
 public:
@@ -72,22 +81,11 @@ private:
         log_.AddingLine(static_cast<int>(column), static_cast<int>(row));
     }
 
-    // The straight run from the segment start to the pixel just reached must lie in the
-    // direction of travel.
-    void CheckRun(int direction, unsigned long lastValidIndex, unsigned long segmentStart) const {
+    void CheckSegment(int direction, unsigned long lastValidIndex, unsigned long segmentStart) const {
         const unsigned long width = info_.width;
-        const unsigned long row = lastValidIndex / width, column = lastValidIndex % width;
-        const unsigned long startRow = segmentStart / width, startColumn = segmentStart % width;
-        switch (direction) {
-        case 0: PATHFINDER_CHECK(row == startRow && column <= startColumn); break;
-        case 1: PATHFINDER_CHECK(row <= startRow && column <= startColumn); break;
-        case 2: PATHFINDER_CHECK(row <= startRow && column == startColumn); break;
-        case 3: PATHFINDER_CHECK(row <= startRow && column >= startColumn); break;
-        case 4: PATHFINDER_CHECK(row == startRow && column >= startColumn); break;
-        case 5: PATHFINDER_CHECK(row >= startRow && column >= startColumn); break;
-        case 6: PATHFINDER_CHECK(row >= startRow && column == startColumn); break;
-        default: PATHFINDER_CHECK(row >= startRow && column <= startColumn); break;
-        }
+        CheckRun(static_cast<unsigned>(direction), static_cast<long>(lastValidIndex / width),
+                 static_cast<long>(lastValidIndex % width), static_cast<long>(segmentStart / width),
+                 static_cast<long>(segmentStart % width));
     }
 
     // Follows the boundary clockwise from `start`, adding a vertex wherever the direction of
@@ -120,7 +118,7 @@ private:
                 }
                 lastValidIndex = neighbour;
                 PATHFINDER_CHECK((size_t)-1 != lastValidIndex);
-                CheckRun(direction, lastValidIndex, segmentStart);
+                CheckSegment(direction, lastValidIndex, segmentStart);
                 counter -= 4;
                 previousClass = directionClass;
                 current = neighbour;

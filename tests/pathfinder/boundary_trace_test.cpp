@@ -42,18 +42,6 @@ std::vector<uint8_t> RandomMask(std::mt19937 &rng, uint32_t width, uint32_t heig
     return alpha;
 }
 
-bool SameSubpaths(const SubpathList &a, const SubpathList &b) {
-    if (a.size() != b.size()) return false;
-    for (size_t k = 0; k < a.size(); ++k) {
-        if (a[k].size() != b[k].size()) return false;
-        for (size_t e = 0; e < a[k].size(); ++e)
-            if (a[k][e].type != b[k][e].type || a[k][e].point.x != b[k][e].point.x ||
-                a[k][e].point.y != b[k][e].point.y)
-                return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 TEST(PathFinderBoundaryTracer, GivesThePlainTracersSubpathsAndLog) {
@@ -73,7 +61,7 @@ TEST(PathFinderBoundaryTracer, GivesThePlainTracersSubpathsAndLog) {
         // Cells start as garbage: the tracer fills every one.
         std::vector<uint8_t> cells(BoundaryCells(width, height), 0xA5);
         const SubpathList fast = TraceBoundaries(info, cells.data(), log);
-        ASSERT_TRUE(SameSubpaths(fast, plain)) << "round " << round << ", " << width << "x" << height;
+        ASSERT_TRUE(fast == plain) << "round " << round << ", " << width << "x" << height;
         ASSERT_EQ(log.Logged(), plainLog.Logged()) << "round " << round;
     }
     EXPECT_EQ(BoundaryCells(3, 4), 30u);
