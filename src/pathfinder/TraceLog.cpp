@@ -5,12 +5,12 @@
 
 namespace PathFinder {
 
-namespace {
-
-constexpr char kDigitPairs[] =
+const char TraceLog::kDigitPairs[201] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
+
+namespace {
 
 unsigned DigitCount(uint64_t value) {
     unsigned count = 1;
@@ -20,7 +20,7 @@ unsigned DigitCount(uint64_t value) {
 
 }  // namespace
 
-char *TraceLog::Digits(char *out, uint64_t value) {
+char *TraceLog::LongDigits(char *out, uint64_t value) {
     char *const end = out + DigitCount(value);
     char *p = end;
     while (value >= 100) {

@@ -99,8 +99,27 @@ private:
     static constexpr size_t kLineRoom = 64;
     static constexpr size_t kCoordinateRoom = 16;  // "-1.23457e+06"; "-nan"
 
-    // The decimal digits of `value` at `out`; returns the end.
-    static char *Digits(char *out, uint64_t value);
+    // The decimal digits of `value` at `out`; returns the end. Numbers below 10000, which most
+    // of the log's are, take two digit pairs at most.
+    static char *Digits(char *out, uint64_t value) {
+        if (value >= 10000) return LongDigits(out, value);
+        const auto v = static_cast<unsigned>(value);
+        if (v < 100) return LeadingPair(out, v);
+        out = LeadingPair(out, v / 100);
+        std::memcpy(out, kDigitPairs + 2 * (v % 100), 2);
+        return out + 2;
+    }
+    // One or two digits of v < 100, without a leading zero.
+    static char *LeadingPair(char *out, unsigned v) {
+        if (v < 10) {
+            *out = static_cast<char>('0' + v);
+            return out + 1;
+        }
+        std::memcpy(out, kDigitPairs + 2 * v, 2);
+        return out + 2;
+    }
+    static char *LongDigits(char *out, uint64_t value);
+    static const char kDigitPairs[201];
     // A coordinate as a stream writes a double in its default state (general notation, six
     // significant digits, negative zero signed). Whole numbers below a million, which all the
     // tracer's coordinates are, come out as integers.
