@@ -10,8 +10,8 @@ packages=(
   libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
   netpbm imagemagick graphicsmagick
   nlohmann-json3-dev
-  libpotrace-dev
   gobjc gnustep-make libgnustep-base-dev libgnustep-gui-dev
+  libpotrace-dev
 )
 
 missing=()
