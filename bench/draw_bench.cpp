@@ -1,6 +1,8 @@
 // CGContextDrawImage of a 2048 x 2048 picture: the 1:1 conversion of straight RGBA into
-// premultiplied ARGB against memcpy of the same bytes, and a 2:1 reduction against pixman
-// doing the same reduction directly.
+// premultiplied ARGB against memcpy of the same bytes; a 2:1 reduction against pixman's 2 x 2
+// box (the same filter) and its bilinear filter; a 1.5x enlargement to 3072 x 3072 against
+// pixman's bilinear filter. The destination is cleared outside the clock for every side.
+#include "bench_pixman.h"
 #include "bench_ratio.h"
 
 #include <PlimBitmapLib/platform/CoreGraphics.h>
@@ -80,23 +82,43 @@ void BM_DrawRGBAIntoARGB(benchmark::State &state) {
     CGImageRelease(image);
 }
 
-void BM_DrawReduce2to1(benchmark::State &state) {
+// Premultiplied ARGB drawn scaled to side x side, into a premultiplied ARGB bitmap.
+void DrawScaled(benchmark::State &state, size_t side) {
     CGImageRef image = Image(PremultipliedBytes(), kCGImageAlphaPremultipliedFirst);
-    std::vector<uint8_t> dst(kBytes / 4);
+    std::vector<uint8_t> dst(side * side * 4);
     CGColorSpaceRef rgb = CGColorSpaceCreateWithName(kCGColorSpaceGenericRGB);
-    CGContextRef ctx = CGBitmapContextCreate(dst.data(), kSide / 2, kSide / 2, 8, kSide * 2, rgb,
+    CGContextRef ctx = CGBitmapContextCreate(dst.data(), side, side, 8, side * 4, rgb,
                                              kCGImageAlphaPremultipliedFirst);
+    const auto extent = static_cast<float>(side);
     for (auto _ : state) {
         state.PauseTiming();
         std::memset(dst.data(), 0, dst.size());
         state.ResumeTiming();
-        CGContextDrawImage(ctx, CGRectMake(0, 0, kSide / 2, kSide / 2), image);
+        CGContextDrawImage(ctx, CGRectMake(0, 0, extent, extent), image);
         benchmark::ClobberMemory();
     }
     CGContextRelease(ctx);
     CGColorSpaceRelease(rgb);
     CGImageRelease(image);
 }
+
+void PixmanBilinear(benchmark::State &state, size_t side) {
+    const plim::bench::PixmanBilinearScale scale(PremultipliedBytes().data(), kSide, kSide,
+                                                 static_cast<int>(side), static_cast<int>(side));
+    std::vector<uint32_t> dst(side * side);
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::memset(dst.data(), 0, dst.size() * 4);
+        state.ResumeTiming();
+        scale.Into(dst.data());
+        benchmark::ClobberMemory();
+    }
+}
+
+void BM_DrawReduce2to1(benchmark::State &state) { DrawScaled(state, kSide / 2); }
+void BM_PixmanBilinearReduce2to1(benchmark::State &state) { PixmanBilinear(state, kSide / 2); }
+void BM_DrawEnlarge3to2(benchmark::State &state) { DrawScaled(state, kSide * 3 / 2); }
+void BM_PixmanBilinearEnlarge3to2(benchmark::State &state) { PixmanBilinear(state, kSide * 3 / 2); }
 
 // The same reduction with pixman alone: the same bytes, format, filter and edge rule.
 void BM_PixmanReduce2to1(benchmark::State &state) {
@@ -131,12 +153,18 @@ void BM_PixmanReduce2to1(benchmark::State &state) {
 BENCHMARK(BM_memcpy)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DrawRGBAIntoARGB)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PixmanReduce2to1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PixmanBilinearReduce2to1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DrawReduce2to1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PixmanBilinearEnlarge3to2)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DrawEnlarge3to2)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
 int main(int argc, char **argv) {
     return plim::bench::RunWithRatios(
         argc, argv,
-        {{"BM_DrawRGBAIntoARGB", "BM_memcpy"}, {"BM_DrawReduce2to1", "BM_PixmanReduce2to1"}});
+        {{"BM_DrawRGBAIntoARGB", "BM_memcpy"},
+         {"BM_DrawReduce2to1", "BM_PixmanReduce2to1"},
+         {"BM_DrawReduce2to1", "BM_PixmanBilinearReduce2to1"},
+         {"BM_DrawEnlarge3to2", "BM_PixmanBilinearEnlarge3to2"}});
 }

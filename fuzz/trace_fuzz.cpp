@@ -1,7 +1,8 @@
 // libFuzzer target for the alpha path tracer: the input is a small mask (width, height,
 // threshold, then alpha bytes, repeated as needed), traced through the public call. Every
-// result must be a path of closed subpaths whose vertices lie inside the image, and the
-// indexed join must agree with the pairwise one on the traced pieces.
+// result must be a path of closed subpaths whose vertices lie inside the image, the boundary
+// tracer must give the plain tracer's pieces and log, and the indexed join must agree with the
+// pairwise one on the traced pieces.
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "pathfinder/PathFinder.h"
+#include "pathfinder/TraceLog.h"
 
 namespace {
 
@@ -59,29 +61,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         CGPathRelease(path);
     }
 
-    // The same pieces through both joins.
+    // Both tracers give the same pieces and log, and the pieces the same through both joins.
     PathFinder::ImageInfo info{static_cast<const uint32_t *>(PlimCFImageGetImageBuffer(image)), width, height,
                                threshold};
     std::vector<uint8_t> visited(static_cast<size_t>(width) * height, 0);
+    std::vector<uint8_t> cells(PathFinder::BoundaryCells(width, height));
     if (info.pixels) {
-        PathFinder::SubpathList pieces = PathFinder::TraceSubpaths(info, visited.data());
+        PathFinder::TraceLog plainLog, log;
+        PathFinder::SubpathList pieces = PathFinder::TraceSubpaths(info, visited.data(), plainLog);
+        PathFinder::SubpathList traced = PathFinder::TraceBoundaries(info, cells.data(), log);
+        if (plainLog.Logged() != log.Logged() || pieces != traced) std::abort();
         PathFinder::SubpathList closed;
         PathFinder::SortOutClosedSubpaths(pieces, closed);
         PathFinder::SubpathList open2 = pieces, closed2 = closed;
         PathFinder::JoinOpenSubpathsPairwise(pieces, closed);
         if (!PathFinder::JoinOpenSubpathsIndexed(open2, closed2)) std::abort();
-        auto same = [](const PathFinder::SubpathList &a, const PathFinder::SubpathList &b) {
-            if (a.size() != b.size()) return false;
-            for (size_t k = 0; k < a.size(); ++k) {
-                if (a[k].size() != b[k].size()) return false;
-                for (size_t e = 0; e < a[k].size(); ++e)
-                    if (a[k][e].type != b[k][e].type || a[k][e].point.x != b[k][e].point.x ||
-                        a[k][e].point.y != b[k][e].point.y)
-                        return false;
-            }
-            return true;
-        };
-        if (!same(pieces, open2) || !same(closed, closed2)) std::abort();
+        if (pieces != open2 || closed != closed2) std::abort();
     }
     CFRelease(image);
     return 0;

@@ -12,6 +12,7 @@ packages=(
   nlohmann-json3-dev
   pandoc man-db jq
   gobjc gnustep-make libgnustep-base-dev libgnustep-gui-dev
+  libpotrace-dev
 )
 
 missing=()

@@ -16,6 +16,16 @@ void DropBuffer(PlimCFImage image) {
     ResetLayoutFields(image);
 }
 
+// A buffer held alone that is premultiplied ARGB in the main display's colour space, rows
+// packed, is what any promotion would draw it into, byte for byte (a premultiplied pixel drawn
+// over zero is itself), and no rendered image is left to drop.
+bool AlreadyPromoted(PlimCFImage image) {
+    CGColorSpaceRef native = NativeColorSpace();
+    return !image->image && image->buffer && native && image->colorSpace && image->bitsPerComponent == 8 &&
+           image->bitsPerPixel == 32 && image->bytesPerRow == 4 * image->width &&
+           image->alphaInfo == kCGImageAlphaPremultipliedFirst && CFEqual(image->colorSpace, native);
+}
+
 }  // namespace
 
 extern "C" {
@@ -55,6 +65,7 @@ void PlimCFImageInvalidateBuffer(PlimCFImage image) { DropBuffer(image); }
 
 void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forceAlpha) {
     if (!forceColor && !forceAlpha && image->buffer) return;
+    if (AlreadyPromoted(image)) return;
     if (!image->image) {
         if (!image->buffer) {
             ResetLayoutFields(image);

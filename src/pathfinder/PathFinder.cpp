@@ -1,47 +1,32 @@
-// Outline records, subpath assembly and the alpha contour tracer. The module keeps a running
-// debug log of every trace on standard output: printf lines for the trace itself, stream
-// listings for the subpath lists, in program order (stdio and iostreams stay synchronised).
+// Outline records, subpath assembly, the debug listing and the entry point of the alpha path
+// tracer (the tracers themselves are in Tracer.cpp and BoundaryTracer.cpp). The module's
+// running debug log of every trace is collected in a TraceLog and written to standard output in
+// one piece at the end of the call.
 #include "PathFinder.h"
 
 #include <PlimBitmapLib/PlimCFImageAlphaPath.h>
 
+#include "TraceLog.h"
 #include "core/ImageInternal.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
+#include <ostream>
 #include <locale>
 #include <new>
 #include <utility>
 
 namespace PathFinder {
 
-namespace {
-
-// A broken invariant of the tracer or the assembly ends the process; no input image gets here.
-[[noreturn]] void ReportFailedCheck(unsigned line, const char *text) {
+void ReportFailedCheck(unsigned line, const char *text) {
     std::fprintf(stderr, "%s:%u: failed assertion `%s'\n", "PathFinder.cpp", line, text);
     std::fflush(stderr);
     std::abort();
 }
 
-#define PATHFINDER_CHECK(expression)                                               \
-    do {                                                                           \
-        if (!(expression)) ::PathFinder::ReportFailedCheck(__LINE__, #expression); \
-    } while (0)
-
-PathElement Element(CGPathElementType type, float x, float y) {
-    PathElement element;
-    element.type = type;
-    element.point = CGPointMake(x, y);
-    return element;
-}
-
-PathElement CloseElement() { return Element(kCGPathElementCloseSubpath, 0.0f, 0.0f); }
+namespace {
 
 bool WithinOne(float a, float b) {
     const float difference = a - b;
@@ -185,18 +170,29 @@ void RetraceOpenSubpath(Subpath &elements) {
 
 namespace {
 
-// Writes a coordinate as the stream writes a double. Whole numbers below a million come out of
-// the default general format as plain integers, so a stream in its default state gets them the
-// cheaper way; traces of large masks list hundreds of thousands of them.
-class CoordinateWriter {
+// The listing's sink on a stream. A coordinate is written as the stream writes a double; whole
+// numbers below a million come out of the default general format as plain integers, so a stream
+// in its default state gets them the cheaper way. Every line is flushed.
+class StreamListing {
 public:
-    explicit CoordinateWriter(std::ostream &stream)
+    explicit StreamListing(std::ostream &stream)
         : stream_(stream),
           integersAllowed_((stream.flags() & (std::ios::floatfield | std::ios::showpos | std::ios::showpoint |
                                               std::ios::basefield | std::ios::uppercase)) == std::ios::dec &&
                            stream.precision() >= 6 && stream.getloc() == std::locale::classic()) {}
 
-    void operator()(float value) const {
+    void Header(size_t number) { stream_ << "Path " << number << std::endl; }
+    void Point(const char *prefix, CGPoint point) {
+        stream_ << prefix;
+        Coordinate(point.x);
+        stream_ << ", ";
+        Coordinate(point.y);
+        stream_ << ")" << std::endl;
+    }
+    void Line(const char *text) { stream_ << text << std::endl; }
+
+private:
+    void Coordinate(float value) {
         if (integersAllowed_ && value > -1e6f && value < 1e6f && std::floor(value) == value &&
             !(value == 0.0f && std::signbit(value))) {
             stream_ << static_cast<long>(value);
@@ -205,7 +201,6 @@ public:
         }
     }
 
-private:
     std::ostream &stream_;
     bool integersAllowed_;
 };
@@ -213,205 +208,34 @@ private:
 }  // namespace
 
 std::ostream &operator<<(std::ostream &stream, const SubpathList &list) {
-    const CoordinateWriter write(stream);
-    size_t number = 0;
-    for (const Subpath &subpath : list) {
-        stream << "Path " << number++ << std::endl;
-        for (const PathElement &element : subpath) {
-            switch (element.type) {
-            case kCGPathElementMoveToPoint:
-            case kCGPathElementAddLineToPoint:
-                stream << (element.type == kCGPathElementMoveToPoint ? "\tMoveToPoint:  (" : "\tAddLineToPoint:  (");
-                write(element.point.x);
-                stream << ", ";
-                write(element.point.y);
-                stream << ")" << std::endl;
-                break;
-            case kCGPathElementCloseSubpath:
-                stream << "\tCloseSubpath" << std::endl;
-                break;
-            default:
-                stream << "UNRECOGNIZED TYPE" << std::endl;
-                break;
-            }
-        }
-    }
+    StreamListing sink(stream);
+    WriteListing(sink, list);
     return stream;
 }
 
-SubpathList AssembleSubpaths(SubpathList open) {
-    std::cout << open;
+SubpathList AssembleSubpaths(SubpathList open, TraceLog &log) {
+    // The four listings hold the traced elements twice, then each retraced at most twice with
+    // a close; no line takes more than 49 bytes.
+    size_t elements = 0;
+    for (const Subpath &subpath : open) elements += subpath.size();
+    log.Expect((4 * elements + open.size()) * 49 + 3 * open.size() * 26 + 64);
+
+    log.Listing(open);
     SubpathList closed;
     SortOutClosedSubpaths(open, closed);
 
-    std::cout << "\nClosed Paths:\n" << closed << "\nOpen Paths:\n" << open;
+    log.Text("\nClosed Paths:\n");
+    log.Listing(closed);
+    log.Text("\nOpen Paths:\n");
+    log.Listing(open);
 
     JoinOpenSubpaths(open, closed);
     for (Subpath &subpath : open) RetraceOpenSubpath(subpath);
     open.insert(open.begin(), std::make_move_iterator(closed.begin()), std::make_move_iterator(closed.end()));
-    std::cout << "\n\n" << open;
+    log.Text("\n\n");
+    log.Listing(open);
     return open;
 }
-
-// ---------------------------------------------------------------------------------------------
-// The tracer.
-
-bool IsValidPixel(const ImageInfo &info, unsigned long pixel, int counter, unsigned long *neighbour) {
-    const unsigned long width = info.width;
-    const unsigned long row = pixel / width, column = pixel % width;
-    const bool hasWest = column > 0, hasEast = column < width - 1;
-    const bool hasNorth = row > 0, hasSouth = row < static_cast<unsigned long>(info.height) - 1;
-    switch (((counter % 8) + 8) % 8) {
-    case 0: *neighbour = pixel - 1; return hasWest;
-    case 1: *neighbour = pixel - width - 1; return hasWest && hasNorth;
-    case 2: *neighbour = pixel - width; return hasNorth;
-    case 3: *neighbour = pixel - width + 1; return hasEast && hasNorth;
-    case 4: *neighbour = pixel + 1; return hasEast;
-    case 5: *neighbour = pixel + width + 1; return hasEast && hasSouth;
-    case 6: *neighbour = pixel + width; return hasSouth;
-    default: *neighbour = pixel + width - 1; return hasWest && hasSouth;
-    }
-}
-
-static uint8_t AlphaOf(const ImageInfo &info, unsigned long pixel) {
-    // The first byte in memory of the word, whatever the machine's byte order.
-    return reinterpret_cast<const uint8_t *>(info.pixels)[pixel * 4];
-}
-
-bool IsPixelSolid(const ImageInfo &info, unsigned long pixel) {
-    return static_cast<float>(AlphaOf(info, pixel)) / 255.0f > info.threshold;
-}
-
-bool IsPixelFloating(const ImageInfo &info, unsigned long pixel) {
-    for (int direction = 0; direction < 8; ++direction) {
-        unsigned long neighbour;
-        if (!IsValidPixel(info, pixel, direction, &neighbour) || !IsPixelSolid(info, neighbour)) return false;
-    }
-    return true;
-}
-
-namespace {
-
-// Class of a direction: 1 west/east, 2 north/south, 3 north-east/south-west, 4 north-west/
-// south-east. 0 stands for "no step yet".
-constexpr int kDirectionClass[8] = {1, 4, 2, 3, 1, 4, 2, 3};
-
-class Tracer {
-public:
-    Tracer(const ImageInfo &info, uint8_t *visited) : info_(info), visited_(visited) {
-        // The threshold test per alpha value, computed once: the same single-precision test.
-        for (int a = 0; a < 256; ++a) solid_[a] = static_cast<float>(a) / 255.0f > info.threshold;
-    }
-
-    SubpathList Run() {
-        const unsigned long width = info_.width, height = info_.height;
-        for (unsigned long row = 0; row < height; ++row) {
-            for (unsigned long column = 0; column < width; ++column) {
-                unsigned long pixel = column + row * width;
-                if (visited_[pixel]) continue;
-                visited_[pixel] = 1;
-                if (!Solid(pixel) || Floating(pixel)) continue;
-                std::printf("starting subpath (%d, %d)\n", static_cast<int>(column), static_cast<int>(row));
-                Subpath subpath;
-                subpath.push_back(Element(kCGPathElementMoveToPoint, static_cast<float>(column),
-                                          static_cast<float>(height - 1 - row)));
-                open_.push_back(std::move(subpath));
-                Trace(pixel);
-            }
-        }
-        return std::move(open_);
-    }
-
-private:
-    bool Solid(unsigned long pixel) const { return solid_[AlphaOf(info_, pixel)]; }
-
-    // Same answer as IsPixelFloating, with the table test and the edge tests done once.
-    bool Floating(unsigned long pixel) const {
-        const unsigned long width = info_.width;
-        const unsigned long row = pixel / width, column = pixel % width;
-        if (column == 0 || column >= width - 1 || row == 0 || row >= static_cast<unsigned long>(info_.height) - 1)
-            return false;
-        return Solid(pixel - 1) && Solid(pixel - width - 1) && Solid(pixel - width) && Solid(pixel - width + 1) &&
-               Solid(pixel + 1) && Solid(pixel + width + 1) && Solid(pixel + width) && Solid(pixel + width - 1);
-    }
-
-    void AddVertex(unsigned long pixel) {
-        const unsigned long width = info_.width;
-        const unsigned long row = pixel / width, column = pixel % width;
-        AddLineToCurrentSubpath(&open_, static_cast<int>(column), static_cast<int>(info_.height - 1 - row));
-        std::printf("adding line (%d, %d)\n", static_cast<int>(column), static_cast<int>(row));
-    }
-
-    // The straight run from the segment start to the pixel just reached must lie in the
-    // direction of travel.
-    void CheckRun(int direction, unsigned long lastValidIndex, unsigned long segmentStart) const {
-        const unsigned long width = info_.width;
-        const unsigned long row = lastValidIndex / width, column = lastValidIndex % width;
-        const unsigned long startRow = segmentStart / width, startColumn = segmentStart % width;
-        switch (direction) {
-        case 0: PATHFINDER_CHECK(row == startRow && column <= startColumn); break;
-        case 1: PATHFINDER_CHECK(row <= startRow && column <= startColumn); break;
-        case 2: PATHFINDER_CHECK(row <= startRow && column == startColumn); break;
-        case 3: PATHFINDER_CHECK(row <= startRow && column >= startColumn); break;
-        case 4: PATHFINDER_CHECK(row == startRow && column >= startColumn); break;
-        case 5: PATHFINDER_CHECK(row >= startRow && column >= startColumn); break;
-        case 6: PATHFINDER_CHECK(row >= startRow && column == startColumn); break;
-        default: PATHFINDER_CHECK(row >= startRow && column <= startColumn); break;
-        }
-    }
-
-    // Follows the boundary clockwise from `start`, adding a vertex wherever the direction of
-    // travel changes, until it comes back to the start or has nowhere to go.
-    void Trace(unsigned long start) {
-        unsigned long current = start, segmentStart = start;
-        unsigned long lastValidIndex = static_cast<unsigned long>(-1);
-        int previousClass = 0, counter = 1, rejections = 0;
-        for (;;) {
-            const int direction = ((counter % 8) + 8) % 8;
-            unsigned long neighbour;
-            if (!IsValidPixel(info_, current, counter, &neighbour)) {
-                ++rejections;
-            } else if (previousClass != 0 && neighbour == start) {
-                std::puts("closing subpath");
-                open_.back().push_back(CloseElement());
-                return;
-            } else if (visited_[neighbour]) {
-                ++rejections;
-            } else if (visited_[neighbour] = 1; !Solid(neighbour) || Floating(neighbour)) {
-                // Marked before the test, so that transparent and interior pixels are never
-                // examined twice.
-                ++rejections;
-            } else {
-                const int directionClass = kDirectionClass[direction];
-                if (previousClass != 0 && previousClass != directionClass) {
-                    PATHFINDER_CHECK((size_t)-1 != lastValidIndex);
-                    AddVertex(lastValidIndex);
-                    segmentStart = lastValidIndex;
-                }
-                lastValidIndex = neighbour;
-                PATHFINDER_CHECK((size_t)-1 != lastValidIndex);
-                CheckRun(direction, lastValidIndex, segmentStart);
-                counter -= 4;
-                previousClass = directionClass;
-                current = neighbour;
-                rejections = 1;
-            }
-            ++counter;
-            if (rejections > 7) break;
-        }
-        // Dead end: the run so far ends at the last pixel reached, and the subpath stays open.
-        if (lastValidIndex != static_cast<unsigned long>(-1)) AddVertex(lastValidIndex);
-    }
-
-    const ImageInfo &info_;
-    uint8_t *visited_;
-    std::array<bool, 256> solid_{};
-    SubpathList open_;
-};
-
-}  // namespace
-
-SubpathList TraceSubpaths(const ImageInfo &info, uint8_t *visited) { return Tracer(info, visited).Run(); }
 
 }  // namespace PathFinder
 
@@ -420,20 +244,18 @@ SubpathList TraceSubpaths(const ImageInfo &info, uint8_t *visited) { return Trac
 
 namespace {
 
-// The visited map, zero-filled, from the image's own allocator (like its buffer), freed on every
-// way out.
-class VisitedMap {
+// The tracer's cells, from the image's own allocator (like its buffer), freed on every way out.
+class Cells {
 public:
-    VisitedMap(CFAllocatorRef allocator, size_t size)
+    Cells(CFAllocatorRef allocator, size_t size)
         : allocator_(allocator),
-          bytes_(static_cast<uint8_t *>(CFAllocatorAllocate(allocator, static_cast<CFIndex>(size), 0))) {
-        if (bytes_) std::memset(bytes_, 0, size);
-    }
-    ~VisitedMap() {
+          bytes_(size ? static_cast<uint8_t *>(CFAllocatorAllocate(allocator, static_cast<CFIndex>(size), 0))
+                      : nullptr) {}
+    ~Cells() {
         if (bytes_) CFAllocatorDeallocate(allocator_, bytes_);
     }
-    VisitedMap(const VisitedMap &) = delete;
-    VisitedMap &operator=(const VisitedMap &) = delete;
+    Cells(const Cells &) = delete;
+    Cells &operator=(const Cells &) = delete;
     uint8_t *get() const { return bytes_; }
 
 private:
@@ -481,13 +303,14 @@ extern "C" CGMutablePathRef PlimCFImageCopyAlphaPath(PlimCFImage image, float th
     info.height = image->height;
     info.threshold = threshold;
 
-    // One byte per pixel; the buffer's size bounds it, so the product cannot overflow.
-    VisitedMap visited(CFGetAllocator(image), static_cast<size_t>(info.width) * info.height);
-    if (!visited.get()) return nullptr;
+    Cells cells(CFGetAllocator(image), PathFinder::BoundaryCells(info.width, info.height));
+    if (!cells.get()) return nullptr;
 
     try {
+        PathFinder::TraceLog log;
         PathFinder::SubpathList subpaths =
-            PathFinder::AssembleSubpaths(PathFinder::TraceSubpaths(info, visited.get()));
+            PathFinder::AssembleSubpaths(PathFinder::TraceBoundaries(info, cells.get(), log), log);
+        log.WriteTo(stdout);
         return BuildPath(subpaths);
     } catch (const std::bad_alloc &) {
         return nullptr;

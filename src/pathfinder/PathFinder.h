@@ -10,10 +10,28 @@
 
 namespace PathFinder {
 
+class TraceLog;
+
+// A broken invariant of the tracer or the assembly ends the process, naming the check; no
+// input image gets here.
+[[noreturn]] void ReportFailedCheck(unsigned line, const char *text);
+
+#define PATHFINDER_CHECK(expression)                                               \
+    do {                                                                           \
+        if (!(expression)) ::PathFinder::ReportFailedCheck(__LINE__, #expression); \
+    } while (0)
+
 struct PathElement {
     CGPathElementType type;
     CGPoint point;  // (0, 0) for a close element, never read
 };
+
+inline bool operator==(const PathElement &a, const PathElement &b) {
+    return a.type == b.type && a.point.x == b.point.x && a.point.y == b.point.y;
+}
+
+inline PathElement Element(CGPathElementType type, float x, float y) { return {type, CGPointMake(x, y)}; }
+inline PathElement CloseElement() { return Element(kCGPathElementCloseSubpath, 0.0f, 0.0f); }
 
 // Starts with a move; only lines follow, except that a closed subpath ends with a close.
 using Subpath = std::vector<PathElement>;
@@ -54,11 +72,11 @@ bool JoinOpenSubpathsIndexed(SubpathList &open, SubpathList &closed);
 // Closes an open subpath by running back along it: a ring of zero area over the chain.
 void RetraceOpenSubpath(Subpath &elements);
 
-// The assembly after a trace, listing its input, the sorted lists and its result on standard
-// output. Returns the closed subpaths in the order they closed, then the retraced ones.
-SubpathList AssembleSubpaths(SubpathList open);
+// The assembly after a trace, listing its input, the sorted lists and its result in the log.
+// Returns the closed subpaths in the order they closed, then the retraced ones.
+SubpathList AssembleSubpaths(SubpathList open, TraceLog &log);
 
-// Debug listing: "Path <n>" and one line per element, each line flushed.
+// Debug listing on a stream: "Path <n>" and one line per element, each line flushed.
 std::ostream &operator<<(std::ostream &stream, const SubpathList &list);
 
 // The traced image: one 32-bit word per pixel, rows packed, alpha in each word's first byte.
@@ -79,9 +97,26 @@ bool IsPixelSolid(const ImageInfo &info, unsigned long pixel);
 // All eight neighbours exist and are solid: an interior pixel, never on the image's edge.
 bool IsPixelFloating(const ImageInfo &info, unsigned long pixel);
 
+// Class of a trace direction (0 west, then clockwise): 1 west/east, 2 north/south,
+// 3 north-east/south-west, 4 north-west/south-east. A trace uses 0 for "no step yet".
+inline constexpr int kDirectionClass[8] = {1, 4, 2, 3, 1, 4, 2, 3};
+
+// Checks that the straight run of a trace from the segment start (startRow, startColumn) to
+// the pixel just reached (row, column) lies in the direction of travel.
+void CheckRun(unsigned direction, long row, long column, long startRow, long startColumn);
+
 // Traces the boundaries of `info`'s solid region into open subpaths (closed ones end with a
-// close), writing the trace log on standard output. `visited` holds one zeroed byte per pixel.
-// Throws std::bad_alloc when a container cannot grow.
-SubpathList TraceSubpaths(const ImageInfo &info, uint8_t *visited);
+// close), logging each start, corner and close. Both tracers give the same subpaths and log;
+// both throw std::bad_alloc when a container cannot grow.
+//
+// The plain tracer makes every test pixel by pixel on a visited map of one zeroed byte per
+// pixel; it is the reference for the other.
+SubpathList TraceSubpaths(const ImageInfo &info, uint8_t *visited, TraceLog &log);
+
+// The fast tracer works on a grid of cells, the image framed by one cell of nothing on every
+// side, which it fills first with the boundary pixels (solid, not floating). BoundaryCells is
+// the grid's size in bytes, 0 when it would not fit in memory.
+size_t BoundaryCells(uint32_t width, uint32_t height);
+SubpathList TraceBoundaries(const ImageInfo &info, uint8_t *cells, TraceLog &log);
 
 }  // namespace PathFinder

@@ -5,6 +5,7 @@
 #include <PlimBitmapLib/PlimCFImageGeometry.h>
 
 #include "core/ImageInternal.h"
+#include "platform/runtime/CFRef.h"
 
 #include <cmath>
 #include <cstdint>
@@ -66,10 +67,9 @@ void Install(PlimCFImage image, void *bytes, UInt32 width, UInt32 height, const 
     image->alphaInfo = layout.alphaInfo;
 }
 
-// Draws the rendered image into `drawRect` of a new width x height buffer and installs that
-// buffer. Any failure leaves the image as it was.
-void Rerender(PlimCFImage image, UInt32 width, UInt32 height, CGRect drawRect) {
-    CGImageRef rendered = image->image;
+// Draws `rendered` (the image's rendered form) into `drawRect` of a new width x height buffer
+// and installs that buffer. Any failure leaves the image as it was.
+void Rerender(PlimCFImage image, CGImageRef rendered, UInt32 width, UInt32 height, CGRect drawRect) {
     CGColorSpaceRef space = CGImageGetColorSpace(rendered);
     if (!space) return;
     RenderLayout layout;
@@ -97,6 +97,21 @@ void Rerender(PlimCFImage image, UInt32 width, UInt32 height, CGRect drawRect) {
 
     Install(image, bytes, width, height, layout, space);
     CFRelease(context);
+}
+
+// The rendered image PlimCFImageGetCGImage would make of a buffer held alone, but over the
+// buffer itself instead of a copy, for a draw whose result replaces the buffer: the copy would
+// be dropped straight afterwards. Null when the image holds a rendered image (whose layout the
+// new buffer then takes) or no buffer.
+plim::CFRef<CGImageRef> BorrowBufferAsImage(PlimCFImage image) {
+    if (image->image || !image->buffer) return {};
+    plim::CFRef<CGDataProviderRef> provider(
+        CGDataProviderCreateWithData(nullptr, image->buffer, image->bufferSize, nullptr));
+    if (!provider) return {};
+    return plim::CFRef<CGImageRef>(CGImageCreate(image->width, image->height, image->bitsPerComponent,
+                                                 image->bitsPerPixel, image->bytesPerRow, image->colorSpace,
+                                                 static_cast<CGBitmapInfo>(image->alphaInfo), provider.get(),
+                                                 nullptr, true, kCGRenderingIntentDefault));
 }
 
 // Sizes are rounded with lroundf; anything that would not fit 32 bits is refused first.
@@ -194,7 +209,7 @@ void CropToRect(PlimCFImage image, CGRect rect, bool copyRows) {
         }
     }
     if (!PlimCFImageGetCGImage(image)) return;
-    Rerender(image, nw, nh, CGRectMake(-crop.origin.x, -crop.origin.y, fw, fh));
+    Rerender(image, image->image, nw, nh, CGRectMake(-crop.origin.x, -crop.origin.y, fw, fh));
 }
 
 void FlipVertically(PlimCFImage image, bool copyRows) {
@@ -235,8 +250,13 @@ void PlimCFImageScaleToSize(PlimCFImage image, CGSize size) {
     UInt32 nw = 0, nh = 0;
     if (!RoundSize(size.width, &nw) || !RoundSize(size.height, &nh)) return;
     if (nw == PlimCFImageGetWidth(image) && nh == PlimCFImageGetHeight(image)) return;
+    const CGRect all = CGRectMake(0.0f, 0.0f, static_cast<float>(nw), static_cast<float>(nh));
+    if (plim::CFRef<CGImageRef> borrowed = BorrowBufferAsImage(image)) {
+        Rerender(image, borrowed.get(), nw, nh, all);
+        return;
+    }
     if (!PlimCFImageGetCGImage(image)) return;
-    Rerender(image, nw, nh, CGRectMake(0.0f, 0.0f, static_cast<float>(nw), static_cast<float>(nh)));
+    Rerender(image, image->image, nw, nh, all);
 }
 
 void PlimCFImageFlipVertically(PlimCFImage image) { plim::pixel::FlipVertically(image, true); }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/FailingAllocator.h"
@@ -222,6 +223,26 @@ TEST(Representations, ForcedPromotionOfAGreyBuffer) {
                 EXPECT_EQ(bytes[0], 255);
             }
         }
+        CFRelease(image);
+    }
+}
+
+TEST(Representations, ForcedPromotionOfAnARGBOrXRGBBuffer) {
+    // Premultiplied ARGB in the display's colour space comes out byte for byte, whatever the
+    // bytes (colour above alpha included); the ignored byte of XRGB is drawn opaque.
+    std::vector<UInt8> pixels(4 * 5 * 3);
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<UInt8>(i * 37 + 11);
+    for (auto [force, alpha] : {std::pair{0, kCGImageAlphaPremultipliedFirst}, {1, kCGImageAlphaPremultipliedFirst},
+                                {2, kCGImageAlphaPremultipliedFirst}, {1, kCGImageAlphaNoneSkipFirst}}) {
+        PlimCFImage image =
+            PlimCFImageCreateWithBuffer(nullptr, pixels.data(), 5, 3, 8, 32, 20, Native(), alpha);
+        PlimCFImagePromoteImage(image, force != 2, force != 1);
+        ASSERT_NE(PlimCFImageGetImageBuffer(image), nullptr);
+        EXPECT_EQ(PlimCFImageGetBytesPerRow(image), 20u);
+        std::vector<UInt8> expected = pixels;
+        if (alpha == kCGImageAlphaNoneSkipFirst)
+            for (size_t i = 0; i < expected.size(); i += 4) expected[i] = 255;
+        EXPECT_EQ(Bytes(image), expected) << force;
         CFRelease(image);
     }
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "pathfinder/PathFinder.h"
+#include "pathfinder/TraceLog.h"
 
 using namespace PathFinder;
 
@@ -183,11 +184,10 @@ TEST(PathFinderAssembly, RetraceRunsBackAlongTheChain) {
 
 TEST(PathFinderAssembly, MergeListsClosedFirstAndLogsEachStage) {
     SubpathList open = {{M(0, 0), L(3, 0)}, {M(10, 10), L(12, 10), Z()}, {M(30, 30)}};
-    ::testing::internal::CaptureStdout();
-    SubpathList merged = AssembleSubpaths(open);
-    std::string log = ::testing::internal::GetCapturedStdout();
+    TraceLog log;
+    SubpathList merged = AssembleSubpaths(open, log);
     EXPECT_EQ(Text(merged), "M10,10 L12,10 Z | M0,0 L3,0 Z | M30,30 L30,30 Z");
-    EXPECT_EQ(log,
+    EXPECT_EQ(log.Logged(),
               "Path 0\n\tMoveToPoint:  (0, 0)\n\tAddLineToPoint:  (3, 0)\n"
               "Path 1\n\tMoveToPoint:  (10, 10)\n\tAddLineToPoint:  (12, 10)\n\tCloseSubpath\n"
               "Path 2\n\tMoveToPoint:  (30, 30)\n"

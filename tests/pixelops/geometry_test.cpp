@@ -120,6 +120,27 @@ TEST(Geometry, ScaleRoundsTheSizeAndSkipsNoOps) {
         for (UInt32 x = 0; x < 11; ++x) ASSERT_EQ(At(image.get(), x, y), (Pixel{255, 40, 80, 120}));
 }
 
+TEST(Geometry, ScalingABufferAloneDrawsWhatItsRenderedFormDraws) {
+    // A buffer held alone is drawn from directly; holding its rendered form must not matter.
+    std::mt19937 rng(12);
+    std::vector<Pixel> px(13 * 9);
+    for (Pixel &p : px) {
+        p[0] = static_cast<UInt8>(rng());
+        for (size_t c = 1; c < 4; ++c) p[c] = static_cast<UInt8>(rng() % (p[0] + 1u));
+    }
+    for (CGSize size : {CGSizeMake(26, 18), CGSizeMake(4, 3), CGSizeMake(20, 5), CGSizeMake(1, 1)}) {
+        ImageRef alone = MakeImage32(13, 9, px, kCGImageAlphaPremultipliedFirst);
+        ImageRef both = MakeImage32(13, 9, px, kCGImageAlphaPremultipliedFirst);
+        ASSERT_EQ(alone.get()->image, nullptr);
+        ASSERT_NE(PlimCFImageGetCGImage(both.get()), nullptr);
+        PlimCFImageScaleToSize(alone.get(), size);
+        PlimCFImageScaleToSize(both.get(), size);
+        ASSERT_EQ(PlimCFImageGetWidth(alone.get()), static_cast<UInt32>(size.width));
+        EXPECT_EQ(PlimCFImageGetBytesPerRow(alone.get()), PlimCFImageGetBytesPerRow(both.get()));
+        EXPECT_EQ(Bytes(alone.get()), Bytes(both.get())) << size.width << "x" << size.height;
+    }
+}
+
 TEST(Geometry, FlipMirrorsRowsAndTwiceIsTheIdentity) {
     ImageRef image = Coordinates(7, 5);
     std::vector<UInt8> before = Bytes(image.get());

@@ -1,10 +1,12 @@
 // CGContextDrawImage: reads the image into premultiplied words (converting colour where the two
-// spaces differ), resamples with pixman unless the mapping is whole-pixel 1:1, and draws the
-// words source-over into the bitmap.
+// spaces differ), resamples unless the mapping is whole-pixel 1:1 (with the engine's own filters
+// where they apply, Resample.h, and pixman otherwise), and draws the words source-over into the
+// bitmap.
 #include "platform/color/ColorProfiles.h"
 #include "platform/graphics/ColorSpaceInternal.h"
 #include "platform/graphics/ContextInternal.h"
 #include "platform/graphics/PixelRows.h"
+#include "platform/graphics/Resample.h"
 
 #include <pixman.h>
 
@@ -230,12 +232,17 @@ struct FreeDeleter {
     void operator()(void *p) const { std::free(p); }
 };
 
-// A pixman image of the whole source in premultiplied words. Premultiplied 32-bit sources in
-// the destination's colours are wrapped as they are; others are converted into `storage`.
-PixmanImage SourceImage(CGImageRef image, SourceReader &reader,
-                        std::unique_ptr<uint32_t, FreeDeleter> &storage) {
-    if (image->width > INT_MAX / 4 || image->height > INT_MAX) return nullptr;
-    const int w = static_cast<int>(image->width), h = static_cast<int>(image->height);
+// The whole source as premultiplied 32-bit pixels: the image's own bytes where they already are
+// (in the destination's colours), else the pixels converted into `storage` as a8r8g8b8 words.
+struct SourceWords {
+    Pixels32 pixels;
+    pixman_format_code_t format;
+    bool own;  // the image's bytes, in the reader's layout
+};
+
+bool ReadSourceWords(CGImageRef image, SourceReader &reader,
+                     std::unique_ptr<uint32_t, FreeDeleter> &storage, SourceWords *words) {
+    if (image->width > INT_MAX / 4 || image->height > INT_MAX) return false;
     const uint8_t *data = ImageData(image);
     if (std::endian::native == std::endian::little && !reader.Converts() &&
         reader.layout() == Layout::RGB32 && image->bytesPerRow % 4 == 0 &&
@@ -249,18 +256,28 @@ PixmanImage SourceImage(CGImageRef image, SourceReader &reader,
             default: format = PIXMAN_a8r8g8b8; break;
         }
         if (format != PIXMAN_a8r8g8b8) {
-            // pixman only reads the source.
-            return PixmanImage(pixman_image_create_bits(
-                format, w, h, reinterpret_cast<uint32_t *>(const_cast<uint8_t *>(data)),
-                static_cast<int>(image->bytesPerRow)));
+            *words = {{data, image->bytesPerRow, image->width, image->height}, format, true};
+            return true;
         }
     }
     size_t count = image->width * image->height;  // below 2^32 by the image's limits
     storage.reset(static_cast<uint32_t *>(std::malloc(count * sizeof(uint32_t))));
-    if (!storage) return nullptr;
+    if (!storage) return false;
     for (size_t row = 0; row < image->height; ++row)
         reader.Read(row, 0, image->width, storage.get() + row * image->width);
-    return PixmanImage(pixman_image_create_bits(PIXMAN_a8r8g8b8, w, h, storage.get(), w * 4));
+    *words = {{reinterpret_cast<const uint8_t *>(storage.get()), image->width * 4, image->width,
+               image->height},
+              PIXMAN_a8r8g8b8,
+              false};
+    return true;
+}
+
+PixmanImage SourceImage(const SourceWords &words) {
+    // pixman only reads the source.
+    return PixmanImage(pixman_image_create_bits(
+        words.format, static_cast<int>(words.pixels.width), static_cast<int>(words.pixels.height),
+        reinterpret_cast<uint32_t *>(const_cast<uint8_t *>(words.pixels.data)),
+        static_cast<int>(words.pixels.bytesPerRow)));
 }
 
 // Reducing by a whole factor, the destination pixel's box covers whole source pixels, which
@@ -273,9 +290,12 @@ pixman_kernel_t Reconstruct(double k) {
 
 pixman_kernel_t Sample(double k) { return k > 1 ? PIXMAN_KERNEL_BOX : PIXMAN_KERNEL_IMPULSE; }
 
+bool WholePixels(const Mapping &m, double ox, double oy) {
+    return m.kx == 1 && m.ky == 1 && ox == std::floor(ox) && oy == std::floor(oy);
+}
+
 bool SetFilter(pixman_image_t *src, const Mapping &m, bool interpolate, double ox, double oy) {
-    bool wholePixels = m.kx == 1 && m.ky == 1 && ox == std::floor(ox) && oy == std::floor(oy);
-    if (wholePixels || !interpolate) {
+    if (WholePixels(m, ox, oy) || !interpolate) {
         return pixman_image_set_filter(src, PIXMAN_FILTER_NEAREST, nullptr, 0);
     }
     if (m.kx <= 1 && m.ky <= 1) {
@@ -341,6 +361,75 @@ void DrawNearest(CGContext *ctx, const Mapping &m, CGImageRef image, SourceReade
     }
 }
 
+// Draws rows [r0, r1) of the painted area from `filter` (any type with Row(j, out)), each row
+// read in the layout of the source words and drawn like a 1:1 row of them.
+template <typename Filter>
+void DrawFilteredRows(CGContext *ctx, const Mapping &m, Filter &filter, const SourceWords &words,
+                      const SourceReader &reader, BlendRow blend) {
+    const size_t cw = static_cast<size_t>(m.c1 - m.c0);
+    const size_t dstPixel = ctx->layout == Layout::RGB32 ? 4 : 1;
+    std::vector<uint32_t> row(cw), fetched;
+    ConvertRow convert =
+        words.own ? ConvertFor(reader.layout(), reader.alpha(), ctx->layout, ctx->alphaInfo) : nullptr;
+    FetchRow fetch = words.own && !convert ? FetchFor(reader.layout(), reader.alpha()) : nullptr;
+    if (fetch) fetched.resize(cw);
+    auto *bytes = reinterpret_cast<uint8_t *>(row.data());
+    for (long r = m.r0; r < m.r1; ++r) {
+        filter.Row(static_cast<size_t>(r - m.r0), bytes);
+        uint8_t *dst = ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow +
+                       static_cast<size_t>(m.c0) * dstPixel;
+        if (convert) {
+            convert(bytes, 0, cw, dst);
+        } else if (fetch) {
+            fetch(bytes, 0, cw, fetched.data());
+            blend(fetched.data(), cw, dst);
+        } else {
+            blend(row.data(), cw, dst);
+        }
+    }
+}
+
+// pixman's 16.16 value of a transform entry, or false when it has none.
+bool Fixed(double v, int64_t *fixed) {
+    const double scaled = v * 65536.0;
+    if (!(scaled > -2147483648.0 && scaled < 2147483648.0)) return false;
+    *fixed = static_cast<int32_t>(scaled);
+    return true;
+}
+
+// The position pixman's bilinear filter samples for destination pixel 0 of a row or column,
+// measured from the centre of source pixel 0: the transformed centre, rounded as pixman rounds
+// it, less half a pixel.
+int64_t FirstBilinearPosition(int64_t scale, int64_t offset) {
+    return offset + ((scale * 0x8000 + 0x8000) >> 16) - 0x8000;
+}
+
+// The engine's own filters where they apply: area averaging when reducing by whole factors
+// from whole-pixel positions, and bilinear interpolation where pixman would interpolate. False
+// when pixman is to draw.
+bool DrawWithOwnFilters(CGContext *ctx, const Mapping &m, const SourceMap &s, const SourceWords &words,
+                        const SourceReader &reader, BlendRow blend, bool interpolate) {
+    if (!interpolate || m.flipX || m.flipY || WholePixels(m, s.ox, s.oy)) return false;
+    const auto cw = static_cast<size_t>(m.c1 - m.c0), rows = static_cast<size_t>(m.r1 - m.r0);
+    if (m.kx <= 1 && m.ky <= 1) {
+        int64_t sx, ox, sy, oy;
+        if (!Fixed(s.sx, &sx) || !Fixed(s.ox, &ox) || !Fixed(s.sy, &sy) || !Fixed(s.oy, &oy)) return false;
+        const BilinearGeometry g{FirstBilinearPosition(sx, ox), sx, FirstBilinearPosition(sy, oy), sy};
+        if (!BilinearFits(words.pixels, g, cw, rows)) return false;
+        BilinearResampler filter(words.pixels, g, cw);
+        DrawFilteredRows(ctx, m, filter, words, reader, blend);
+        return true;
+    }
+    auto whole = [](double v) { return v >= 0 && v < 1e9 && v == std::floor(v); };
+    if (!whole(m.kx) || !whole(m.ky) || !whole(s.ox) || !whole(s.oy)) return false;
+    const BoxGeometry g{static_cast<size_t>(m.kx), static_cast<size_t>(m.ky), static_cast<size_t>(s.ox),
+                        static_cast<size_t>(s.oy)};
+    if (!BoxFits(words.pixels, g, cw, rows)) return false;
+    BoxReducer filter(words.pixels, g, cw);
+    DrawFilteredRows(ctx, m, filter, words, reader, blend);
+    return true;
+}
+
 void DrawResampled(CGContext *ctx, const Mapping &m, CGImageRef image, SourceReader &reader,
                    BlendRow blend) {
     constexpr size_t kPixmanLimit = 32767;
@@ -350,9 +439,13 @@ void DrawResampled(CGContext *ctx, const Mapping &m, CGImageRef image, SourceRea
         return;
     }
     std::unique_ptr<uint32_t, FreeDeleter> storage;
-    PixmanImage src = SourceImage(image, reader, storage);
+    SourceWords words;
+    if (!ReadSourceWords(image, reader, storage, &words)) return;
+    const SourceMap map = MapToSource(ctx, m);
+    if (DrawWithOwnFilters(ctx, m, map, words, reader, blend, image->shouldInterpolate)) return;
+    PixmanImage src = SourceImage(words);
     if (!src) return;
-    const auto [sx, ox, sy, oy] = MapToSource(ctx, m);
+    const auto [sx, ox, sy, oy] = map;
     pixman_transform_t transform;
     pixman_transform_init_identity(&transform);
     transform.matrix[0][0] = pixman_double_to_fixed(sx);
