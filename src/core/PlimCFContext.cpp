@@ -4,10 +4,11 @@
 #include <PlimBitmapLib/PlimMainDisplay.h>
 
 #include <cstring>
+#include <mutex>
 
 CFRuntimeClass _kPlimCFContextClass;
 CFTypeID _kPlimCFContextID = 0;
-bool gPlimCFContextInited = false;
+bool gPlimCFContextInited = false;  // set under the once flag, when registration has finished
 
 namespace {
 
@@ -36,7 +37,9 @@ void PlimCFContextInit(CFTypeRef cf) {
 }
 
 PlimCFContext PlimCFContextCreatePrivate(CFAllocatorRef allocator) {
-    if (!gPlimCFContextInited) {
+    // Contexts may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFContextClass = CFRuntimeClass{0,
                                               "PlimCFContext",
                                               PlimCFContextInit,
@@ -48,7 +51,7 @@ PlimCFContext PlimCFContextCreatePrivate(CFAllocatorRef allocator) {
                                               PlimCFContextCopyDebugDesc};
         _kPlimCFContextID = _CFRuntimeRegisterClass(&_kPlimCFContextClass);
         gPlimCFContextInited = true;
-    }
+    });
     return static_cast<PlimCFContext>(const_cast<void *>(_CFRuntimeCreateInstance(
         allocator, _kPlimCFContextID, sizeof(__PlimCFContext) - sizeof(CFRuntimeBase), nullptr)));
 }

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 struct __PlimCFImageLoader {
     CFRuntimeBase base;
@@ -31,7 +32,7 @@ struct __PlimCFImageLoader {
 
 CFTypeID _kPlimCFImageLoaderID = _kCFRuntimeNotATypeID;
 CFRuntimeClass _kPlimCFImageLoaderClass;
-bool gPlimCFImageLoaderInited = false;
+bool gPlimCFImageLoaderInited = false;  // set under the once flag, when registration has finished
 
 using plim::io::kSubtypePCT;
 using plim::io::kSubtypePICT;
@@ -43,7 +44,9 @@ constexpr OSType kHandleDataRef = 0x686E646C;  // 'hndl'
 constexpr SInt32 kCorruptPICT = static_cast<SInt32>(0xFFFFF08E);
 
 PlimCFImageLoader PlimCFImageLoaderCreate(CFAllocatorRef allocator) {
-    if (!gPlimCFImageLoaderInited) {
+    // Loaders may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFImageLoaderClass = CFRuntimeClass{0,
                                                   "PlimCFImageLoader",
                                                   PlimCFImageLoaderInit,
@@ -55,7 +58,7 @@ PlimCFImageLoader PlimCFImageLoaderCreate(CFAllocatorRef allocator) {
                                                   PlimCFImageLoaderCopyDebugDesc};
         _kPlimCFImageLoaderID = _CFRuntimeRegisterClass(&_kPlimCFImageLoaderClass);
         gPlimCFImageLoaderInited = true;
-    }
+    });
     return static_cast<PlimCFImageLoader>(const_cast<void *>(_CFRuntimeCreateInstance(
         allocator, _kPlimCFImageLoaderID,
         sizeof(__PlimCFImageLoader) - sizeof(CFRuntimeBase), nullptr)));
