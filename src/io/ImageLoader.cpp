@@ -8,6 +8,7 @@
 #include <PlimBitmapLib/platform/QuickTimeComponents.h>
 
 #include "io/IOInternal.h"
+#include "platform/graphics/decoders/Raster.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -350,6 +351,10 @@ PLIM_EXPORT CFStringRef PlimCFImageLoaderCopyDebugDesc(CFTypeRef cf) {
 }
 
 PLIM_EXPORT CFTypeID PlimCFImageLoaderGetTypeID(void) { return _kPlimCFImageLoaderID; }
+
+PLIM_EXPORT UInt64 PlimGetDecodingPixelLimit(void) { return plim::decoders::PixelLimit(); }
+
+PLIM_EXPORT void PlimSetDecodingPixelLimit(UInt64 pixels) { plim::decoders::SetPixelLimit(pixels); }
 
 PLIM_EXPORT CGImageRef PlimCFImageLoaderCopyImage(PlimCFImageLoader loader) {
     if (!loader || !loader->image) return nullptr;

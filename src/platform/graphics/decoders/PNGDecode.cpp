@@ -38,6 +38,10 @@ bool DecodeInto(png_structp png, png_infop info, Raster *out) {
     int bitDepth = png_get_bit_depth(png, info);
     bool hasTRNS = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
     if (!DimensionsAcceptable(width, height)) return false;
+    // The header has been read up to the first image data chunk's length and type: a file
+    // that ends there holds no pixels, whatever its header promises.
+    const auto *reader = static_cast<const MemoryReader *>(png_get_io_ptr(png));
+    if (reader->offset >= reader->size) return false;
 
     png_charp name = nullptr;
     int compression = 0;

@@ -39,6 +39,22 @@ void Unmap(thandle_t, tdata_t, toff_t) {}
 
 int Silent(TIFF *, void *, const char *, const char *, va_list) { return 1; }
 
+// Whether the first strip (or tile) of pixel data starts inside the file; a file cut before it
+// holds no pixels, whatever its directory promises.
+bool PixelDataPresent(TIFF *tif, toff_t fileSize) {
+    int error = 0;
+    uint64_t offset = TIFFGetStrileOffsetWithErr(tif, 0, &error);
+    return !error && offset > 0 && offset < fileSize;
+}
+
+// libtiff's own buffers (strips, tiles, tag arrays) for a picture the pixel limit allows need no
+// more than eight bytes a pixel.
+tmsize_t MaxLibraryAllocation() {
+    constexpr uint64_t kFloor = uint64_t{64} << 20;
+    uint64_t bytes = decoders::PixelLimit() * 8;
+    return static_cast<tmsize_t>(bytes > kFloor ? bytes : kFloor);
+}
+
 }  // namespace
 
 bool IsTIFF(const uint8_t *data, size_t size) {
@@ -54,6 +70,7 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
     if (!options) return memFullErr;
     TIFFOpenOptionsSetErrorHandlerExtR(options, Silent, nullptr);
     TIFFOpenOptionsSetWarningHandlerExtR(options, Silent, nullptr);
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options, MaxLibraryAllocation());
     TIFF *tif = TIFFClientOpenExt("memory", "rm", &file, Read, Write, Seek, Close, FileSize, Map,
                                   Unmap, options);
     TIFFOpenOptionsFree(options);
@@ -74,7 +91,7 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
     char message[1024];
     decoders::Raster &r = out->raster;
     if (width <= 32767 && height <= 32767 && TIFFRGBAImageOK(tif, message) &&
-        r.Allocate(width, height, false)) {
+        PixelDataPresent(tif, file.size) && r.Allocate(width, height, false)) {
         if (TIFFReadRGBAImageOriented(tif, width, height, reinterpret_cast<uint32_t *>(r.pixels),
                                       ORIENTATION_TOPLEFT, 0)) {
             // libtiff packs R in the low byte; rearrange in place to A,R,G,B bytes.
