@@ -1,6 +1,7 @@
 // JPEG through libjpeg-turbo: grey stays grey, YCbCr/RGB become X,R,G,B, CMYK and YCCK are
 // converted to RGB (Adobe files store the inks inverted).
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <cstdio>
 #include <jpeglib.h>
@@ -57,8 +58,12 @@ bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t 
     JOCTET *profile = nullptr;
     unsigned int profileLength = 0;
     if (jpeg_read_icc_profile(cinfo, &profile, &profileLength) && profile) {
-        out->icc.assign(profile, profile + profileLength);
+        bool kept = plim::NoThrow(false, [&] {
+            out->icc.assign(profile, profile + profileLength);
+            return true;
+        });
         std::free(profile);
+        if (!kept) return false;
     }
     bool grey = cinfo->num_components == 1;
     bool cmyk = cinfo->jpeg_color_space == JCS_CMYK || cinfo->jpeg_color_space == JCS_YCCK;

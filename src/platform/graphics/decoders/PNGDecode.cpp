@@ -1,6 +1,7 @@
 // PNG through libpng: 16-bit samples scaled to 8 with rounding, palette, low-bit grey and tRNS
 // expanded; colour to A,R,G,B, grey without alpha kept as one byte per pixel.
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <png.h>
 
@@ -101,7 +102,7 @@ bool DecodePNG(const uint8_t *data, size_t size, Raster *out) {
     MemoryReader reader{data, size, 0};
     png_set_read_fn(png, &reader, ReadFromMemory);
     png_set_user_limits(png, kMaxDimension, kMaxDimension);
-    bool ok = DecodeInto(png, info, out);
+    bool ok = plim::NoThrow(false, [&] { return DecodeInto(png, info, out); });
     png_destroy_read_struct(&png, &info, nullptr);
     if (!ok) {
         std::free(out->Take());

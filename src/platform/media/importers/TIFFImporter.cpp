@@ -1,6 +1,7 @@
 // TIFF importer: libtiff's RGBA reader handles every photometric, compression, tiling and bit
 // depth it knows; we only decide the depth to report.
 #include "platform/media/ComponentInternal.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <tiffio.h>
 
@@ -114,9 +115,13 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
             if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &profileLength, &profile) && profile &&
                 profileLength > 0) {
                 auto *bytes = static_cast<const uint8_t *>(profile);
-                r.icc.assign(bytes, bytes + profileLength);
+                result = plim::NoThrow(OSErr{memFullErr}, [&] {
+                    r.icc.assign(bytes, bytes + profileLength);
+                    return OSErr{noErr};
+                });
+            } else {
+                result = noErr;
             }
-            result = noErr;
         }
     }
     TIFFClose(tif);
