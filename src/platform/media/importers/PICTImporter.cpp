@@ -39,7 +39,8 @@ OSErr ImportPICTFile(const uint8_t *data, size_t size, ImportedImage *out) {
         return memFullErr;
     std::vector<uint8_t> argb;
     try {
-        status = pict::DecodePict(data + kHeaderSize, size - kHeaderSize, &argb, &info);
+        status = pict::DecodePict(data + kHeaderSize, size - kHeaderSize, &argb, &info,
+                                  static_cast<int64_t>(decoders::PixelLimit()));
     } catch (const std::bad_alloc &) {
         return memFullErr;
     }
