@@ -112,9 +112,12 @@ CFStringRef PlimCFContextCopyDebugDesc(CFTypeRef cf) {
 
 UInt32 PlimCFContextDefaultBytesPerRow(CGColorSpaceRef colorSpace, UInt32 width,
                                        UInt32 bitsPerComponent) {
-    UInt32 n = static_cast<UInt32>(CGColorSpaceGetNumberOfComponents(colorSpace));
+    uint64_t n = CGColorSpaceGetNumberOfComponents(colorSpace);
     if (n == 3) n = 4;
-    return (n * width * bitsPerComponent + 7u) / 8u;
+    const uint64_t samples = n * width;  // below 2^35
+    constexpr uint64_t kMaxRowBits = uint64_t{UINT32_MAX} * 8;
+    if (bitsPerComponent != 0 && samples > kMaxRowBits / bitsPerComponent) return 0;
+    return static_cast<UInt32>((samples * bitsPerComponent + 7) / 8);
 }
 
 extern "C" {
@@ -132,8 +135,10 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
     if (bytesPerRow == 0)
         bytesPerRow = PlimCFContextDefaultBytesPerRow(colorSpace, width, bitsPerComponent);
 
-    bool ok = true;
-    if (buffer) {
+    bool ok = bytesPerRow != 0;
+    if (!ok) {
+        // A row too long for the 32-bit sizes: no context.
+    } else if (buffer) {
         ctx->buffer = buffer;
     } else {
         // height x bytesPerRow must fit the 32-bit size the rest of the library uses.
