@@ -1,5 +1,6 @@
 // A replacement of the global operator new for this test program: it counts the calls made on
-// each thread and, once armed, throws std::bad_alloc from a chosen call on.
+// each thread and, once armed, fails from a chosen call on (std::bad_alloc, or null for the
+// nothrow forms).
 #pragma once
 
 namespace nothrow_test {
