@@ -9,6 +9,7 @@ packages=(
   liblcms2-dev libpixman-1-dev libhwy-dev
   libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
   netpbm imagemagick graphicsmagick
+  clang-14 libclang-rt-14-dev
   nlohmann-json3-dev
   pandoc man-db jq
   gobjc gnustep-make libgnustep-base-dev libgnustep-gui-dev

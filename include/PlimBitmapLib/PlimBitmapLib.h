@@ -1,4 +1,7 @@
-/* PlimBitmapLib: everything a caller needs, in one include. Usable from C99 and C++. */
+/* PlimBitmapLib: everything a caller needs, in one include. Usable from C99 and C++.
+   Threads: the library makes its process-wide state (type registrations, colour spaces, constant
+   strings) thread-safely, so independent objects may be used from several threads from the first
+   call on; one object is used by one thread at a time. No C++ exception leaves a C function. */
 #ifndef PLIM_BITMAPLIB_H
 #define PLIM_BITMAPLIB_H
 

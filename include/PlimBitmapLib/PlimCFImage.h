@@ -22,8 +22,9 @@ PLIM_EXPORT PlimCFImage PlimCFImageCreate(CFAllocatorRef allocator);
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithImage(CFAllocatorRef allocator, CGImageRef image);
 /* Copies bytesPerRow x height bytes of the caller's pixels. bitsPerPixel 0 is computed from the
    colour space (RGB counted as four samples); bytesPerRow 0 is the shortest row. A null colour
-   space is the main display's. Null when the sizes overflow 32 bits or the buffer would be
-   empty (bytesPerRow x height of 0). */
+   space is the main display's. Null when a row cannot hold width x bitsPerPixel bits, when the
+   alpha info is not one of the eight listed values, when the sizes overflow 32 bits, or when
+   the buffer would be empty (bytesPerRow x height of 0). */
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithBuffer(CFAllocatorRef allocator, const void *buffer,
                                                     UInt32 width, UInt32 height,
                                                     UInt32 bitsPerComponent, UInt32 bitsPerPixel,

@@ -35,6 +35,17 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromURL(CFAllocatorR
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromPath(CFAllocatorRef allocator, CFStringRef path);
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromData(CFAllocatorRef allocator, CFDataRef data);
 
+/* The decoding limit. Every decoder (these loaders, the images made from paths, URLs and data,
+   and the importers behind them) refuses a picture of more pixels (width x height) than this
+   before it allocates anything of the picture's size, as it refuses one whose data ends before
+   any pixel data. Sides are limited too: 1,048,576 pixels for PNG and JPEG, 32,767 for the other
+   formats. The limit is process-wide; any thread may read or set it at any time. */
+#define kPlimDefaultDecodingPixelLimit 178956970u /* 2^30 / 6: about 0.67 GiB at 4 bytes a pixel */
+#define kPlimMaximumDecodingPixelLimit 1073741823u /* 4 bytes a pixel still fit 32-bit sizes */
+PLIM_EXPORT UInt64 PlimGetDecodingPixelLimit(void);
+/* 0, or anything above kPlimMaximumDecodingPixelLimit, sets kPlimMaximumDecodingPixelLimit. */
+PLIM_EXPORT void PlimSetDecodingPixelLimit(UInt64 pixels);
+
 /* The decoded image with one more reference; null for a null loader. */
 PLIM_EXPORT CGImageRef PlimCFImageLoaderCopyImage(PlimCFImageLoader loader);
 

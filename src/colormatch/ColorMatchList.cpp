@@ -3,12 +3,13 @@
 
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 
 // Equality compares component records as bytes, which needs them free of padding.
 static_assert(sizeof(PlimColorMatchComponent) == 12, "component records must have no padding");
 
 CFTypeID _kPlimCFColorMatchListID = _kCFRuntimeNotATypeID;
-static bool gPlimCFColorMatchListInited = false;
+static bool gPlimCFColorMatchListInited = false;  // set under the once flag
 
 static const CFRuntimeClass _kPlimCFColorMatchListClass = {
     0,
@@ -23,12 +24,13 @@ static const CFRuntimeClass _kPlimCFColorMatchListClass = {
 };
 
 static PlimCFColorMatchList ColorMatchListCreatePrivate(CFAllocatorRef allocator) {
-    if (!gPlimCFColorMatchListInited) {
+    // Lists may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFColorMatchListID = _CFRuntimeRegisterClass(&_kPlimCFColorMatchListClass);
-        // A refused registration is not remembered, so a later creation may try again.
-        if (_kPlimCFColorMatchListID == _kCFRuntimeNotATypeID) return nullptr;
         gPlimCFColorMatchListInited = true;
-    }
+    });
+    if (_kPlimCFColorMatchListID == _kCFRuntimeNotATypeID) return nullptr;
     CFTypeRef instance = _CFRuntimeCreateInstance(
         allocator, _kPlimCFColorMatchListID,
         (CFIndex)(sizeof(struct __PlimCFColorMatchList) - sizeof(CFRuntimeBase)), nullptr);

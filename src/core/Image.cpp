@@ -111,6 +111,8 @@ PlimCFImage PlimCFImageCreateWithBuffer(CFAllocatorRef allocator, const void *pi
                                         UInt32 height, UInt32 bitsPerComponent, UInt32 bitsPerPixel,
                                         UInt32 bytesPerRow, CGColorSpaceRef colorSpace,
                                         CGImageAlphaInfo alphaInfo) {
+    // The alpha info comes from the caller as a plain number: only the eight listed values.
+    if (static_cast<UInt32>(alphaInfo) > static_cast<UInt32>(kCGImageAlphaOnly)) return nullptr;
     PlimCFImage image = PlimCFImageCreate(allocator);
     if (!image) return nullptr;
     image->width = width;
@@ -118,15 +120,19 @@ PlimCFImage PlimCFImageCreateWithBuffer(CFAllocatorRef allocator, const void *pi
     image->bitsPerComponent = bitsPerComponent;
     image->alphaInfo = alphaInfo;
     image->colorSpace = colorSpace ? CGColorSpaceRetain(colorSpace) : PlimCGColorSpaceCreateMainDisplay();
-    UInt32 rowBits = 0, bufferSize = 0;
+    UInt32 bufferSize = 0;
     bool fits = true;
     if (bitsPerPixel == 0)
         fits = Multiply32(SamplesPerPixel(image->colorSpace), bitsPerComponent, &bitsPerPixel);
     image->bitsPerPixel = bitsPerPixel;
-    if (fits && bytesPerRow == 0) {
-        fits = Multiply32(width, bitsPerPixel, &rowBits) && rowBits <= UINT32_MAX - 7;
-        bytesPerRow = (rowBits + 7) >> 3;
+    // Every row must hold its pixels: the shortest row is the default, and a shorter one given
+    // by the caller is refused, so that no row operation reads past the buffer.
+    const uint64_t shortestRow = (uint64_t{width} * bitsPerPixel + 7) >> 3;
+    if (bytesPerRow == 0) {
+        fits = fits && shortestRow <= UINT32_MAX;
+        bytesPerRow = static_cast<UInt32>(shortestRow);
     }
+    fits = fits && bytesPerRow >= shortestRow;
     image->bytesPerRow = bytesPerRow;
     fits = fits && Multiply32(bytesPerRow, height, &bufferSize);
     void *buffer = fits && pixels ? CFAllocatorAllocate(CFGetAllocator(image), bufferSize, 0) : nullptr;

@@ -4,10 +4,11 @@
 #include <PlimBitmapLib/PlimMainDisplay.h>
 
 #include <cstring>
+#include <mutex>
 
 CFRuntimeClass _kPlimCFContextClass;
 CFTypeID _kPlimCFContextID = 0;
-bool gPlimCFContextInited = false;
+bool gPlimCFContextInited = false;  // set under the once flag, when registration has finished
 
 namespace {
 
@@ -36,7 +37,9 @@ void PlimCFContextInit(CFTypeRef cf) {
 }
 
 PlimCFContext PlimCFContextCreatePrivate(CFAllocatorRef allocator) {
-    if (!gPlimCFContextInited) {
+    // Contexts may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFContextClass = CFRuntimeClass{0,
                                               "PlimCFContext",
                                               PlimCFContextInit,
@@ -48,7 +51,7 @@ PlimCFContext PlimCFContextCreatePrivate(CFAllocatorRef allocator) {
                                               PlimCFContextCopyDebugDesc};
         _kPlimCFContextID = _CFRuntimeRegisterClass(&_kPlimCFContextClass);
         gPlimCFContextInited = true;
-    }
+    });
     return static_cast<PlimCFContext>(const_cast<void *>(_CFRuntimeCreateInstance(
         allocator, _kPlimCFContextID, sizeof(__PlimCFContext) - sizeof(CFRuntimeBase), nullptr)));
 }
@@ -109,9 +112,12 @@ CFStringRef PlimCFContextCopyDebugDesc(CFTypeRef cf) {
 
 UInt32 PlimCFContextDefaultBytesPerRow(CGColorSpaceRef colorSpace, UInt32 width,
                                        UInt32 bitsPerComponent) {
-    UInt32 n = static_cast<UInt32>(CGColorSpaceGetNumberOfComponents(colorSpace));
+    uint64_t n = CGColorSpaceGetNumberOfComponents(colorSpace);
     if (n == 3) n = 4;
-    return (n * width * bitsPerComponent + 7u) / 8u;
+    const uint64_t samples = n * width;  // below 2^35
+    constexpr uint64_t kMaxRowBits = uint64_t{UINT32_MAX} * 8;
+    if (bitsPerComponent != 0 && samples > kMaxRowBits / bitsPerComponent) return 0;
+    return static_cast<UInt32>((samples * bitsPerComponent + 7) / 8);
 }
 
 extern "C" {
@@ -129,8 +135,10 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
     if (bytesPerRow == 0)
         bytesPerRow = PlimCFContextDefaultBytesPerRow(colorSpace, width, bitsPerComponent);
 
-    bool ok = true;
-    if (buffer) {
+    bool ok = bytesPerRow != 0;
+    if (!ok) {
+        // A row too long for the 32-bit sizes: no context.
+    } else if (buffer) {
         ctx->buffer = buffer;
     } else {
         // height x bytesPerRow must fit the 32-bit size the rest of the library uses.

@@ -26,6 +26,6 @@ CFStringRef PlimCFContextCopyFormattingDesc(CFTypeRef cf, CFDictionaryRef format
 CFStringRef PlimCFContextCopyDebugDesc(CFTypeRef cf);
 
 // Row length used when the caller passes 0: colour components (3 counted as 4) times width
-// times bits per component, rounded up to bytes, in 32-bit unsigned arithmetic.
+// times bits per component, rounded up to bytes; 0 when that does not fit 32 bits.
 UInt32 PlimCFContextDefaultBytesPerRow(CGColorSpaceRef colorSpace, UInt32 width,
                                        UInt32 bitsPerComponent);

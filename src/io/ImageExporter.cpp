@@ -11,6 +11,7 @@
 #include "io/IOInternal.h"
 
 #include <cstring>
+#include <mutex>
 #include <unistd.h>
 
 struct __PlimCFImageExporter {
@@ -22,7 +23,7 @@ struct __PlimCFImageExporter {
 
 CFTypeID _kPlimCFImageExporterID = _kCFRuntimeNotATypeID;
 CFRuntimeClass _kPlimCFImageExporterClass;
-bool gPlimCFImageExporterInited = false;
+bool gPlimCFImageExporterInited = false;  // set under the once flag, when registration has finished
 
 using namespace plim::io;
 
@@ -32,13 +33,15 @@ constexpr OSType kExporterType = 0x67726578;  // 'grex'
 constexpr size_t kPictHeaderSize = 512;
 
 PlimCFImageExporter PlimCFImageExporterCreate(CFAllocatorRef allocator) {
-    if (!gPlimCFImageExporterInited) {
+    // Exporters may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFImageExporterClass = CFRuntimeClass{
             0, "PlimCFImageExporter", PlimCFImageExporterInit, nullptr, nullptr, nullptr,
             nullptr, nullptr, nullptr};
         _kPlimCFImageExporterID = _CFRuntimeRegisterClass(&_kPlimCFImageExporterClass);
         gPlimCFImageExporterInited = true;
-    }
+    });
     return static_cast<PlimCFImageExporter>(const_cast<void *>(_CFRuntimeCreateInstance(
         allocator, _kPlimCFImageExporterID,
         sizeof(__PlimCFImageExporter) - sizeof(CFRuntimeBase), nullptr)));

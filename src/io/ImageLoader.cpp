@@ -8,9 +8,11 @@
 #include <PlimBitmapLib/platform/QuickTimeComponents.h>
 
 #include "io/IOInternal.h"
+#include "platform/graphics/decoders/Raster.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 struct __PlimCFImageLoader {
     CFRuntimeBase base;
@@ -31,7 +33,7 @@ struct __PlimCFImageLoader {
 
 CFTypeID _kPlimCFImageLoaderID = _kCFRuntimeNotATypeID;
 CFRuntimeClass _kPlimCFImageLoaderClass;
-bool gPlimCFImageLoaderInited = false;
+bool gPlimCFImageLoaderInited = false;  // set under the once flag, when registration has finished
 
 using plim::io::kSubtypePCT;
 using plim::io::kSubtypePICT;
@@ -43,7 +45,9 @@ constexpr OSType kHandleDataRef = 0x686E646C;  // 'hndl'
 constexpr SInt32 kCorruptPICT = static_cast<SInt32>(0xFFFFF08E);
 
 PlimCFImageLoader PlimCFImageLoaderCreate(CFAllocatorRef allocator) {
-    if (!gPlimCFImageLoaderInited) {
+    // Loaders may be created from several threads from the first one on.
+    static std::once_flag once;
+    std::call_once(once, [] {
         _kPlimCFImageLoaderClass = CFRuntimeClass{0,
                                                   "PlimCFImageLoader",
                                                   PlimCFImageLoaderInit,
@@ -55,7 +59,7 @@ PlimCFImageLoader PlimCFImageLoaderCreate(CFAllocatorRef allocator) {
                                                   PlimCFImageLoaderCopyDebugDesc};
         _kPlimCFImageLoaderID = _CFRuntimeRegisterClass(&_kPlimCFImageLoaderClass);
         gPlimCFImageLoaderInited = true;
-    }
+    });
     return static_cast<PlimCFImageLoader>(const_cast<void *>(_CFRuntimeCreateInstance(
         allocator, _kPlimCFImageLoaderID,
         sizeof(__PlimCFImageLoader) - sizeof(CFRuntimeBase), nullptr)));
@@ -355,6 +359,10 @@ PLIM_EXPORT CFStringRef PlimCFImageLoaderCopyDebugDesc(CFTypeRef cf) {
 }
 
 PLIM_EXPORT CFTypeID PlimCFImageLoaderGetTypeID(void) { return _kPlimCFImageLoaderID; }
+
+PLIM_EXPORT UInt64 PlimGetDecodingPixelLimit(void) { return plim::decoders::PixelLimit(); }
+
+PLIM_EXPORT void PlimSetDecodingPixelLimit(UInt64 pixels) { plim::decoders::SetPixelLimit(pixels); }
 
 PLIM_EXPORT CGImageRef PlimCFImageLoaderCopyImage(PlimCFImageLoader loader) {
     if (!loader || !loader->image) return nullptr;

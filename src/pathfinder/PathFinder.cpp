@@ -294,7 +294,7 @@ extern "C" CGMutablePathRef PlimCFImageCopyAlphaPath(PlimCFImage image, float th
     PlimCFImagePromoteImage(image, true, true);
     // A promotion that ran out of memory leaves no buffer, or not the ARGB words read below.
     if (!image->buffer || image->bitsPerPixel != 32 || image->alphaInfo != kCGImageAlphaPremultipliedFirst ||
-        image->bytesPerRow != image->width * 4 || image->width == 0 || image->height == 0)
+        image->bytesPerRow != uint64_t{image->width} * 4 || image->width == 0 || image->height == 0)
         return nullptr;
 
     PathFinder::ImageInfo info;

@@ -42,6 +42,20 @@ int main(void) {
     CHECK(CFDataGetLength(data) == 3);
     CFRelease(data);
 
+    /* Values a C caller can pass where an enumeration is declared, outside the listed ones: the
+       library refuses them (and, built with the undefined-behaviour sanitizer, never loads them
+       as something they are not). */
+    {
+        UInt8 argb[4] = {255, 1, 2, 3};
+        int bad[3] = {8, 255, -1};
+        int i;
+        for (i = 0; i < 3; ++i) {
+            CHECK(PlimCFImageCreateWithBuffer(NULL, argb, 1, 1, 8, 32, 4, NULL, (CGImageAlphaInfo)bad[i]) == NULL);
+            CHECK(PlimCFContextCreate(NULL, 1, 1, NULL, 8, 0, NULL, (CGImageAlphaInfo)bad[i]) == NULL);
+            CHECK(CFURLCreateWithFileSystemPath(NULL, CFSTR("/tmp/a.png"), (CFURLPathStyle)bad[i], 0) == NULL);
+        }
+    }
+
     if (failures == 0) printf("1 passed, 0 failed\n");
     return failures == 0 ? 0 : 1;
 }

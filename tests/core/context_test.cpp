@@ -59,6 +59,12 @@ TEST(Context, DefaultRowLengths) {
     EXPECT_EQ(PlimCFContextDefaultBytesPerRow(rgb, 10, 8), 40u);
     EXPECT_EQ(PlimCFContextDefaultBytesPerRow(grey, 10, 8), 10u);
     EXPECT_EQ(PlimCFContextDefaultBytesPerRow(grey, 10, 1), 2u);
+    // Counted past 32 bits (a 32-bit count of bits wraps this row to 4 bytes); rows whose
+    // length does not fit 32 bits have none.
+    EXPECT_EQ(PlimCFContextDefaultBytesPerRow(rgb, 0x20000001u, 8), 0x80000004u);
+    EXPECT_EQ(PlimCFContextDefaultBytesPerRow(rgb, 0x3FFFFFFFu, 8), 0xFFFFFFFCu);
+    EXPECT_EQ(PlimCFContextDefaultBytesPerRow(rgb, 0x40000000u, 8), 0u);
+    EXPECT_EQ(PlimCFContextDefaultBytesPerRow(grey, 0xFFFFFFFFu, 0xFFFFFFFFu), 0u);
 
     PlimCFContext a =
         PlimCFContextCreate(nullptr, 10, 3, nullptr, 8, 0, rgb, kCGImageAlphaNoneSkipFirst);

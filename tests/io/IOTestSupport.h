@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include <gif_lib.h>
 #include <jpeglib.h>
 #include <png.h>
 #include <tiffio.h>
@@ -158,6 +159,62 @@ inline Bytes ReadFile(const std::string &path) {
     while ((n = std::fread(block, 1, sizeof block, f)) > 0) b.insert(b.end(), block, block + n);
     std::fclose(f);
     return b;
+}
+
+inline void Put32(Bytes &b, size_t at, uint32_t v) {
+    for (int i = 0; i < 4; i++) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+// A bottom-up 24-bit BMP of the given R,G,B pixels.
+inline Bytes MakeBMP(const Bytes &rgb, int w, int h) {
+    size_t rowBytes = (static_cast<size_t>(w) * 3 + 3) & ~size_t{3};
+    Bytes b(54 + rowBytes * h, 0);
+    b[0] = 'B';
+    b[1] = 'M';
+    Put32(b, 2, static_cast<uint32_t>(b.size()));
+    Put32(b, 10, 54);
+    Put32(b, 14, 40);
+    Put32(b, 18, static_cast<uint32_t>(w));
+    Put32(b, 22, static_cast<uint32_t>(h));
+    b[26] = 1;
+    b[28] = 24;
+    for (int y = 0; y < h; y++)
+        for (int x = 0; x < w; x++)
+            for (int c = 0; c < 3; c++)
+                b[54 + rowBytes * (h - 1 - y) + x * 3 + (2 - c)] = rgb[(static_cast<size_t>(y) * w + x) * 3 + c];
+    return b;
+}
+
+inline int WriteToBytes(GifFileType *gif, const GifByteType *data, int n) {
+    auto *out = static_cast<Bytes *>(gif->UserData);
+    out->insert(out->end(), data, data + n);
+    return n;
+}
+
+// A one-frame GIF of palette indexes; an interlaced one stores its rows in the four passes.
+inline Bytes MakeGIF(const Bytes &indexes, int w, int h, const Bytes &palette, int transparent,
+                     bool interlaced = false) {
+    Bytes out;
+    int err = 0;
+    GifFileType *gif = EGifOpen(&out, WriteToBytes, &err);
+    ColorMapObject *map = GifMakeMapObject(256, nullptr);
+    for (int i = 0; i < 256; i++)
+        map->Colors[i] = GifColorType{palette[i * 3], palette[i * 3 + 1], palette[i * 3 + 2]};
+    EGifSetGifVersion(gif, true);
+    EGifPutScreenDesc(gif, w, h, 8, 0, map);
+    GraphicsControlBlock gcb{};
+    gcb.TransparentColor = transparent;
+    GifByteType ext[4];
+    size_t len = EGifGCBToExtension(&gcb, ext);
+    EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, static_cast<int>(len), ext);
+    EGifPutImageDesc(gif, 0, 0, w, h, interlaced, nullptr);
+    const int starts[] = {0, 4, 2, 1}, steps[] = {8, 8, 4, 2};
+    for (int pass = 0; pass < (interlaced ? 4 : 1); pass++)
+        for (int y = interlaced ? starts[pass] : 0; y < h; y += interlaced ? steps[pass] : 1)
+            EGifPutLine(gif, const_cast<GifPixelType *>(&indexes[static_cast<size_t>(y) * w]), w);
+    EGifCloseFile(gif, &err);
+    GifFreeMapObject(map);
+    return out;
 }
 
 inline CFStringRef Str(const std::string &s) {

@@ -25,7 +25,7 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
     return r;
 }
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCFCompareLessThan = -1,
     kCFCompareEqualTo = 0,
     kCFCompareGreaterThan = 1

@@ -10,7 +10,7 @@ PLIM_EXTERN_C_BEGIN
 typedef struct __CFReadStream *CFReadStreamRef;
 typedef struct __CFWriteStream *CFWriteStreamRef;
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCFStreamStatusNotOpen = 0,
     kCFStreamStatusOpening = 1,
     kCFStreamStatusOpen = 2,

@@ -8,7 +8,7 @@ PLIM_EXTERN_C_BEGIN
 
 typedef const struct __CFURL *CFURLRef;
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCFURLPOSIXPathStyle = 0,
     kCFURLHFSPathStyle = 1,
     kCFURLWindowsPathStyle = 2

@@ -16,7 +16,7 @@ typedef struct CGColorSpace *CGColorSpaceRef;
 #define kCGColorSpaceGenericRGB CFSTR("kCGColorSpaceGenericRGB")
 #define kCGColorSpaceSRGB CFSTR("kCGColorSpaceSRGB")
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCGColorSpaceModelUnknown = -1,
     kCGColorSpaceModelMonochrome = 0,
     kCGColorSpaceModelRGB = 1,
@@ -33,7 +33,7 @@ enum {
     kCGColorSpaceTypeCalibratedRGB = 4
 };
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCGRenderingIntentDefault = 0,
     kCGRenderingIntentAbsoluteColorimetric = 1,
     kCGRenderingIntentRelativeColorimetric = 2,

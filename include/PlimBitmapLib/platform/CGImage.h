@@ -10,7 +10,7 @@ PLIM_EXTERN_C_BEGIN
 
 typedef struct CGImage *CGImageRef;
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCGImageAlphaNone = 0,
     kCGImageAlphaPremultipliedLast = 1,
     kCGImageAlphaPremultipliedFirst = 2,
@@ -37,8 +37,8 @@ PLIM_EXPORT CFTypeID CGImageGetTypeID(void);
      colour space). Grey at 16 and RGB at 32 bits per pixel with alpha 0 have a padding byte
      after the samples.
    Anything else, a row length too short for the width, a provider holding fewer bytes than
-   the rows need, or sizes that overflow give null. The decode array is not supported and
-   must be null. */
+   the rows need, sizes that overflow, or an unknown rendering intent give null. The decode
+   array is not supported and must be null. */
 PLIM_EXPORT CGImageRef CGImageCreate(size_t width, size_t height, size_t bitsPerComponent,
                                      size_t bitsPerPixel, size_t bytesPerRow,
                                      CGColorSpaceRef space, CGBitmapInfo bitmapInfo,

@@ -10,7 +10,7 @@ PLIM_EXTERN_C_BEGIN
 typedef struct CGPath *CGMutablePathRef;
 typedef const struct CGPath *CGPathRef;
 
-typedef enum {
+typedef enum PLIM_ENUM_BASE {
     kCGPathElementMoveToPoint = 0,
     kCGPathElementAddLineToPoint = 1,
     kCGPathElementAddQuadCurveToPoint = 2,

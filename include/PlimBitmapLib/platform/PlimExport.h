@@ -16,4 +16,13 @@
 #define PLIM_EXTERN_C_END
 #endif
 
+/* The enumeration types of the public headers are ordinary enumerations in C. In C++ they get a
+   fixed underlying type, so that a value outside the listed ones that a C caller passes is still
+   a value of the type, which the library checks before use. */
+#ifdef __cplusplus
+#define PLIM_ENUM_BASE : int
+#else
+#define PLIM_ENUM_BASE
+#endif
+
 #endif

@@ -1,4 +1,5 @@
 #include "platform/color/ColorProfiles.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -10,12 +11,13 @@ namespace {
 
 void SilentErrors(cmsContext, cmsUInt32Number, const char *) {}
 
+// The profile's bytes (empty when they cannot be had, memory included); closes the profile.
 std::vector<uint8_t> SaveProfile(cmsHPROFILE profile) {
     std::vector<uint8_t> bytes;
     cmsUInt32Number size = 0;
     if (profile && cmsSaveProfileToMem(profile, nullptr, &size) && size > 0) {
-        bytes.resize(size);
-        if (!cmsSaveProfileToMem(profile, bytes.data(), &size)) bytes.clear();
+        plim::NoThrow([&] { bytes.resize(size); });
+        if (bytes.size() != size || !cmsSaveProfileToMem(profile, bytes.data(), &size)) bytes.clear();
     }
     if (profile) cmsCloseProfile(profile);
     return bytes;

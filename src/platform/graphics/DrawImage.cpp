@@ -487,9 +487,11 @@ PLIM_EXPORT void CGContextDrawImage(CGContextRef context, CGRect rect, CGImageRe
     Mapping m;
     if (!MapRect(context, rect, image, &m)) return;
     BlendRow blend = BlendFor(context->layout, context->alphaInfo);
-    SourceReader reader;
-    if (!blend || !reader.Init(image, context)) return;
+    if (!blend) return;
     try {
+        // The reader may build (and cache) a colour conversion: memory for it can run out too.
+        SourceReader reader;
+        if (!reader.Init(image, context)) return;
         bool exact = m.kx == 1 && m.ky == 1 && !m.flipX && m.X0 == std::floor(m.X0) &&
                      m.Y0 == std::floor(m.Y0);
         if (exact) {
@@ -498,7 +500,7 @@ PLIM_EXPORT void CGContextDrawImage(CGContextRef context, CGRect rect, CGImageRe
         } else {
             DrawResampled(context, m, image, reader, blend);
         }
-    } catch (const std::bad_alloc &) {
+    } catch (...) {
         // Out of memory: nothing more is drawn.
     }
 }

@@ -61,6 +61,11 @@ bool RowBytes(size_t width, size_t bitsPerPixel, size_t *bytes);
 bool ImageBytes(size_t width, size_t height, size_t bitsPerPixel, size_t bytesPerRow,
                 size_t *bytes);
 
+// Whether a caller's rendering intent is one of the listed ones.
+inline bool KnownIntent(CGColorRenderingIntent intent) {
+    return static_cast<unsigned>(intent) <= static_cast<unsigned>(kCGRenderingIntentSaturation);
+}
+
 inline const uint8_t *ImageData(const CGImage *image) {
     return static_cast<const uint8_t *>(image->provider->data);
 }

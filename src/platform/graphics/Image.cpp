@@ -86,7 +86,7 @@ PLIM_EXPORT CGImageRef CGImageCreate(size_t width, size_t height, size_t bitsPer
                                      CGColorRenderingIntent intent) {
     plim::graphics::Layout layout;
     size_t total, row;
-    if (!provider || decode) return nullptr;
+    if (!provider || decode || !plim::graphics::KnownIntent(intent)) return nullptr;
     if (!plim::graphics::ImageLayout(bitsPerComponent, bitsPerPixel, space, bitmapInfo, &layout))
         return nullptr;
     if (!plim::graphics::ImageBytes(width, height, bitsPerPixel, bytesPerRow, &total))

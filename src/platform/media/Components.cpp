@@ -1,6 +1,7 @@
 // Component instances of the media layer: graphics importers and exporters, the registry that
 // finds them by subtype or by content, and data references.
 #include "platform/media/ComponentInternal.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
@@ -55,7 +56,8 @@ OSErr Decode(Instance *ci) {
         return paramErr;
     }
     ci->decoded = true;
-    ci->decodeError = ci->importer->decode(data, size, &ci->image);
+    // Importers are C++ over C codecs; one that runs out of memory in a container reports it.
+    ci->decodeError = plim::NoThrow(OSErr{memFullErr}, [&] { return ci->importer->decode(data, size, &ci->image); });
     if (ci->decodeError == noErr && (ci->image.depth != 1 && ci->image.depth != 8 &&
                                      ci->image.depth != 24 && ci->image.depth != 32))
         ci->decodeError = codecUnimpErr;
@@ -281,14 +283,16 @@ OSErr NewPathReference(CFStringRef path, Handle *outDataRef, OSType *outType) {
     if (!outDataRef) return paramErr;
     *outDataRef = nullptr;
     if (!path) return paramErr;
-    CFIndex max = CFStringGetLength(path) * 4 + 1;
-    std::string buffer(static_cast<size_t>(max), '\0');
-    if (!CFStringGetCString(path, buffer.data(), max, kCFStringEncodingUTF8)) return paramErr;
-    Handle h = NewHandleWith(buffer.c_str(), std::strlen(buffer.c_str()) + 1);
-    if (!h) return memFullErr;
-    *outDataRef = h;
-    if (outType) *outType = AliasDataHandlerSubType;
-    return noErr;
+    return plim::NoThrow(OSErr{memFullErr}, [&] {
+        CFIndex max = CFStringGetLength(path) * 4 + 1;
+        std::string buffer(static_cast<size_t>(max), '\0');
+        if (!CFStringGetCString(path, buffer.data(), max, kCFStringEncodingUTF8)) return OSErr{paramErr};
+        Handle h = NewHandleWith(buffer.c_str(), std::strlen(buffer.c_str()) + 1);
+        if (!h) return OSErr{memFullErr};
+        *outDataRef = h;
+        if (outType) *outType = AliasDataHandlerSubType;
+        return OSErr{noErr};
+    });
 }
 
 }  // namespace

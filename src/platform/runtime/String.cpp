@@ -1,12 +1,16 @@
 // Strings: UTF-8 text in memory from the string's allocator; constant strings are interned.
 #include "RuntimeInternal.h"
 #include "StringInternal.h"
+#include "NoThrow.h"
 
+#include <atomic>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 
 struct __CFString {
     CFRuntimeBase base;
@@ -204,18 +208,41 @@ extern "C" {
 CFTypeID CFStringGetTypeID(void) { return kStringTypeID; }
 
 CFStringRef __CFStringMakeConstantString(const char *cStr) {
-    static std::mutex mutex;
-    static auto *table = new std::map<std::string, __CFString *>();  // lives for the process
-    std::lock_guard<std::mutex> lock(mutex);
-    auto found = table->find(cStr);
-    if (found != table->end()) return found->second;
-    auto *str = new __CFString{};
-    str->base = CFRuntimeBase{kStringTypeID, nullptr, 1, kImmortal};
-    auto inserted = table->emplace(cStr, str).first;
-    str->bytes = const_cast<char *>(inserted->first.c_str());
-    str->byteCount = static_cast<CFIndex>(inserted->first.size());
-    str->capacity = str->byteCount + 1;
-    return str;
+    // Interned by content for the life of the process. CFSTR passes only literals, so the
+    // strings point at the caller's text and a lookup allocates nothing. Should memory for a
+    // new entry run out, the text still gets a string, from a few set aside for that.
+    struct Table {
+        std::mutex mutex;
+        std::map<std::string_view, __CFString *, std::less<>> strings;
+    };
+    static Table *table = new (std::nothrow) Table;  // lives for the process
+    static __CFString spare[16];
+    static std::atomic<size_t> spareUsed{0};
+    static __CFString empty{CFRuntimeBase{kStringTypeID, nullptr, 1, kImmortal}, gEmpty, 0, 1, 0, false};
+    auto make = [cStr](__CFString *str) {
+        *str = __CFString{};
+        str->base = CFRuntimeBase{kStringTypeID, nullptr, 1, kImmortal};
+        str->bytes = const_cast<char *>(cStr);
+        str->byteCount = static_cast<CFIndex>(std::strlen(cStr));
+        str->capacity = str->byteCount + 1;
+        return str;
+    };
+    const std::string_view text(cStr);
+    if (table) {
+        std::lock_guard<std::mutex> lock(table->mutex);
+        auto found = table->strings.find(text);
+        if (found != table->strings.end()) return found->second;
+        if (auto *str = new (std::nothrow) __CFString) {
+            try {
+                table->strings.emplace(text, make(str));
+                return str;
+            } catch (const std::bad_alloc &) {
+                delete str;
+            }
+        }
+    }
+    const size_t slot = spareUsed.fetch_add(1, std::memory_order_relaxed);
+    return slot < std::size(spare) ? make(&spare[slot]) : &empty;
 }
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8 *bytes, CFIndex numBytes,
@@ -361,8 +388,10 @@ void CFStringAppend(CFMutableStringRef str, CFStringRef appended) {
     if (!str->isMutable || !appended) return;
     CFIndex n;
     const char *bytes = StringBytes(appended, &n);
-    std::string copy(bytes, static_cast<size_t>(n));  // the two may be the same string
-    Append(str, copy.data(), copy.size());
+    plim::NoThrow([&] {
+        std::string copy(bytes, static_cast<size_t>(n));  // the two may be the same string
+        Append(str, copy.data(), copy.size());
+    });
 }
 
 void CFStringAppendCString(CFMutableStringRef str, const char *cStr, CFStringEncoding encoding) {

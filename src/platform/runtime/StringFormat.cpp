@@ -3,6 +3,7 @@
 #include "StringInternal.h"
 
 #include "RuntimeInternal.h"
+#include "CFRef.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -64,14 +65,14 @@ bool AppendObject(std::string &out, CFDictionaryRef formatOptions, CFTypeRef obj
         return true;
     }
     const CFRuntimeClass *cls = _CFRuntimeGetClassWithTypeID(CFGetTypeID(object));
-    CFStringRef text = nullptr;
-    if (cls && cls->copyFormattingDesc) text = cls->copyFormattingDesc(object, formatOptions);
-    if (!text) text = CFCopyDescription(object);
+    // Held so that the description goes back even when appending runs out of memory.
+    CFRef<CFStringRef> text(cls && cls->copyFormattingDesc ? cls->copyFormattingDesc(object, formatOptions)
+                                                           : nullptr);
+    if (!text) text.reset(CFCopyDescription(object));
     if (!text) return false;
     CFIndex count = 0;
-    const char *bytes = StringBytes(text, &count);
+    const char *bytes = StringBytes(text.get(), &count);
     out.append(bytes, static_cast<size_t>(count));
-    CFRelease(text);
     return true;
 }
 

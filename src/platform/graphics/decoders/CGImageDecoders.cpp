@@ -63,7 +63,7 @@ namespace {
 template <bool (*Decode)(const uint8_t *, size_t, Raster *)>
 CGImageRef CreateWith(CGDataProviderRef source, bool shouldInterpolate,
                       CGColorRenderingIntent intent) {
-    if (!source) return nullptr;
+    if (!source || !plim::graphics::KnownIntent(intent)) return nullptr;
     Raster raster;
     if (!Decode(static_cast<const uint8_t *>(source->data), source->size, &raster)) return nullptr;
     return plim::decoders::CreateImageFromRaster(&raster, shouldInterpolate, intent);

@@ -1,6 +1,7 @@
 // JPEG through libjpeg-turbo: grey stays grey, YCbCr/RGB become X,R,G,B, CMYK and YCCK are
 // converted to RGB (Adobe files store the inks inverted).
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <cstdio>
 #include <jpeglib.h>
@@ -33,6 +34,13 @@ void CMYKToXRGB(const uint8_t *src, uint8_t *dst, uint32_t width, bool inverted)
     }
 }
 
+// Whether any entropy-coded data follows the scan header just read (not only an end marker).
+bool HasScanData(const jpeg_source_mgr *src) {
+    const size_t left = src->bytes_in_buffer;
+    const JOCTET *p = src->next_input_byte;
+    return left > 0 && !(left >= 2 && p[0] == 0xFF && p[1] == JPEG_EOI);
+}
+
 // A row buffer of the decoder's own pool keeps every allocation inside libjpeg, so a longjmp
 // leaks nothing.
 bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t *data,
@@ -42,11 +50,20 @@ bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t 
     jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
     jpeg_save_markers(cinfo, JPEG_APP0 + 2, 0xFFFF);
     if (jpeg_read_header(cinfo, TRUE) != JPEG_HEADER_OK) return false;
+    // Refused before the decoder sizes its buffers (a progressive file's hold the whole
+    // picture): pictures over the limit, and files that end with the scan header, where the
+    // decoder would make up every pixel.
+    if (!DimensionsAcceptable(cinfo->image_width, cinfo->image_height) || !HasScanData(cinfo->src))
+        return false;
     JOCTET *profile = nullptr;
     unsigned int profileLength = 0;
     if (jpeg_read_icc_profile(cinfo, &profile, &profileLength) && profile) {
-        out->icc.assign(profile, profile + profileLength);
+        bool kept = plim::NoThrow(false, [&] {
+            out->icc.assign(profile, profile + profileLength);
+            return true;
+        });
         std::free(profile);
+        if (!kept) return false;
     }
     bool grey = cinfo->num_components == 1;
     bool cmyk = cinfo->jpeg_color_space == JCS_CMYK || cinfo->jpeg_color_space == JCS_YCCK;

@@ -1,6 +1,7 @@
 // PNG through libpng: 16-bit samples scaled to 8 with rounding, palette, low-bit grey and tRNS
 // expanded; colour to A,R,G,B, grey without alpha kept as one byte per pixel.
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <png.h>
 
@@ -38,6 +39,10 @@ bool DecodeInto(png_structp png, png_infop info, Raster *out) {
     int bitDepth = png_get_bit_depth(png, info);
     bool hasTRNS = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
     if (!DimensionsAcceptable(width, height)) return false;
+    // The header has been read up to the first image data chunk's length and type: a file
+    // that ends there holds no pixels, whatever its header promises.
+    const auto *reader = static_cast<const MemoryReader *>(png_get_io_ptr(png));
+    if (reader->offset >= reader->size) return false;
 
     png_charp name = nullptr;
     int compression = 0;
@@ -97,7 +102,7 @@ bool DecodePNG(const uint8_t *data, size_t size, Raster *out) {
     MemoryReader reader{data, size, 0};
     png_set_read_fn(png, &reader, ReadFromMemory);
     png_set_user_limits(png, kMaxDimension, kMaxDimension);
-    bool ok = DecodeInto(png, info, out);
+    bool ok = plim::NoThrow(false, [&] { return DecodeInto(png, info, out); });
     png_destroy_read_struct(&png, &info, nullptr);
     if (!ok) {
         std::free(out->Take());

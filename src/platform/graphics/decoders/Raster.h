@@ -11,9 +11,20 @@
 
 namespace plim::decoders {
 
-// Largest image any decoder accepts, so that every size below fits 32 bits with room to spare.
-constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
+// Largest side any decoder accepts, and the most pixels the process-wide limit can be raised
+// to: four bytes a pixel must still fit the 32-bit size fields.
 constexpr uint32_t kMaxDimension = 1u << 20;
+constexpr uint64_t kMaxPixels = UINT32_MAX / 4;
+// The process-wide limit's default (the public header states both values).
+constexpr uint64_t kDefaultPixelLimit = 178956970;
+static_assert(kMaxPixels == 1073741823);
+
+// The most pixels (width x height) a decoder may allocate for one picture; every decoder checks
+// a declared size against it before allocating anything of that size. Any thread may read or
+// set it at any time.
+uint64_t PixelLimit();
+// 0 lifts the limit up to kMaxPixels; larger values are held to kMaxPixels.
+void SetPixelLimit(uint64_t pixels);
 
 struct Raster {
     uint8_t *pixels = nullptr;  // malloc'd; grey: 1 byte per pixel; else A,R,G,B, not premultiplied
@@ -36,8 +47,9 @@ struct Raster {
     bool Allocate(uint32_t w, uint32_t h, bool isGrey);
 };
 
+// Whether a decoder may allocate a picture of w x h pixels.
 inline bool DimensionsAcceptable(uint64_t w, uint64_t h) {
-    return w > 0 && h > 0 && w <= kMaxDimension && h <= kMaxDimension && w * h <= kMaxPixels;
+    return w > 0 && h > 0 && w <= kMaxDimension && h <= kMaxDimension && w * h <= PixelLimit();
 }
 
 inline bool Raster::Allocate(uint32_t w, uint32_t h, bool isGrey) {

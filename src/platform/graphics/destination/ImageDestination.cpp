@@ -20,8 +20,6 @@ struct CGImageDestination {
 
 namespace {
 
-CFTypeID gDestinationTypeID = _kCFRuntimeNotATypeID;
-
 void DestinationFinalize(CFTypeRef cf) {
     auto *d = static_cast<CGImageDestination *>(const_cast<void *>(cf));
     if (d->data) CFRelease(d->data);
@@ -125,9 +123,8 @@ bool EncodeTIFF(const plim::graphics::EncodablePixels &px, MemoryFile *file) {
 }  // namespace
 
 PLIM_EXPORT CFTypeID CGImageDestinationGetTypeID(void) {
-    if (gDestinationTypeID == _kCFRuntimeNotATypeID)
-        gDestinationTypeID = _CFRuntimeRegisterClass(&kDestinationClass);
-    return gDestinationTypeID;
+    static const CFTypeID id = _CFRuntimeRegisterClass(&kDestinationClass);
+    return id;
 }
 
 PLIM_EXPORT CGImageDestinationRef CGImageDestinationCreateWithData(CFMutableDataRef data,

@@ -1,6 +1,7 @@
 #include "platform/graphics/destination/ImagePixels.h"
 
 #include "platform/graphics/GraphicsTypes.h"
+#include "platform/runtime/CFRef.h"
 
 #include <new>
 
@@ -27,14 +28,12 @@ bool ReadEncodablePixels(CGImageRef image, EncodablePixels *out, bool unpremulti
     CGImageAlphaInfo info = image->alphaInfo;
     out->width = static_cast<uint32_t>(w);
     out->height = static_cast<uint32_t>(h);
-    if (image->space) {
-        CFDataRef icc = CGColorSpaceCopyICCProfile(image->space);
-        if (icc) {
-            out->icc.assign(CFDataGetBytePtr(icc), CFDataGetBytePtr(icc) + CFDataGetLength(icc));
-            CFRelease(icc);
-        }
-    }
     try {
+        if (image->space) {
+            CFRef<CFDataRef> icc(CGColorSpaceCopyICCProfile(image->space));
+            if (icc)
+                out->icc.assign(CFDataGetBytePtr(icc.get()), CFDataGetBytePtr(icc.get()) + CFDataGetLength(icc.get()));
+        }
         if ((bpc == 8 && bpp == 8 && info == kCGImageAlphaNone) || (bpc == 1 && bpp == 1)) {
             out->grey = true;
             out->pixels.resize(w * h);

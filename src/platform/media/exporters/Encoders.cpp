@@ -3,6 +3,8 @@
 #include "platform/color/ColorProfiles.h"
 #include "platform/graphics/destination/ImagePixels.h"
 #include "platform/media/pict/PictCodec.h"
+#include "platform/runtime/CFRef.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <PlimBitmapLib/platform/CGImageDestination.h>
 
@@ -168,9 +170,14 @@ OSErr EncodeJPEG(CGImageRef image, int quality, std::vector<uint8_t> *file) {
     unsigned long size = 0;
     bool ok = WriteJPEG(&cinfo, &err, px, quality, &buffer, &size, scratch.data());
     jpeg_destroy_compress(&cinfo);
-    if (ok && buffer) file->assign(buffer, buffer + size);
+    // libjpeg's buffer is freed here, whether or not the copy finds memory.
+    bool copied = ok && buffer && NoThrow(false, [&] {
+        file->assign(buffer, buffer + size);
+        return true;
+    });
     std::free(buffer);
-    return ok ? OSErr{noErr} : OSErr{codecBadDataErr};
+    if (!ok) return codecBadDataErr;
+    return copied ? OSErr{noErr} : OSErr{memFullErr};
 }
 
 }  // namespace
@@ -207,21 +214,15 @@ OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file) {
 }
 
 OSErr ExportTIFF(CGImageRef image, std::vector<uint8_t> *file) {
-    CFMutableDataRef data = CFDataCreateMutable(nullptr, 0);
+    CFRef<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     if (!data) return memFullErr;
-    OSErr err = codecUnimpErr;
-    CGImageDestinationRef dest = CGImageDestinationCreateWithData(data, kUTTypeTIFF, 1, nullptr);
-    if (dest) {
-        CGImageDestinationAddImage(dest, image, nullptr);
-        if (CGImageDestinationFinalize(dest)) {
-            const UInt8 *bytes = CFDataGetBytePtr(data);
-            file->assign(bytes, bytes + CFDataGetLength(data));
-            err = noErr;
-        }
-        CFRelease(dest);
-    }
-    CFRelease(data);
-    return err;
+    CFRef<CGImageDestinationRef> dest(CGImageDestinationCreateWithData(data.get(), kUTTypeTIFF, 1, nullptr));
+    if (!dest) return codecUnimpErr;
+    CGImageDestinationAddImage(dest.get(), image, nullptr);
+    if (!CGImageDestinationFinalize(dest.get())) return codecUnimpErr;
+    const UInt8 *bytes = CFDataGetBytePtr(data.get());
+    file->assign(bytes, bytes + CFDataGetLength(data.get()));
+    return noErr;
 }
 
 }  // namespace plim::media

@@ -1,10 +1,10 @@
 // Graphics exporter components: each encodes a rendered image into a complete file.
 #include "platform/media/ComponentInternal.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <PlimBitmapLib/platform/MacMemory.h>
 
 #include <cstring>
-#include <new>
 
 namespace plim::media {
 
@@ -65,15 +65,11 @@ PLIM_EXPORT ComponentResult GraphicsExportDoExport(GraphicsExportComponent ci,
     if (!ValidExporter(ci)) return badComponentInstance;
     if (!ci->input || !ci->output) return paramErr;
     std::vector<uint8_t> file;
-    OSErr err;
-    try {
+    OSErr err = plim::NoThrow(OSErr{memFullErr}, [&] {
         if (ci->qualitySet && ci->exporter->encodeAtQuality)
-            err = ci->exporter->encodeAtQuality(ci->input, ci->quality, &file);
-        else
-            err = ci->exporter->encode(ci->input, &file);
-    } catch (const std::bad_alloc &) {
-        err = memFullErr;
-    }
+            return ci->exporter->encodeAtQuality(ci->input, ci->quality, &file);
+        return ci->exporter->encode(ci->input, &file);
+    });
     if (err != noErr) return err;
     if (file.size() > 0x7FFFFFFF) return memFullErr;
     SetHandleSize(ci->output, static_cast<Size>(file.size()));

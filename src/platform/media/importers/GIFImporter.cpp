@@ -1,9 +1,11 @@
-// GIF importer (first frame) through giflib.
+// GIF importer (first frame) through giflib's record-by-record reader.
 #include "platform/media/ComponentInternal.h"
 
 #include <gif_lib.h>
 
 #include <cstring>
+#include <new>
+#include <vector>
 
 namespace plim::media {
 
@@ -30,50 +32,97 @@ bool IsGIF(const uint8_t *data, size_t size) {
     return size >= 6 && (std::memcmp(data, "GIF87a", 6) == 0 || std::memcmp(data, "GIF89a", 6) == 0);
 }
 
+namespace {
+
+// Reads the first frame into the screen-sized raster, row by row, so that nothing is allocated
+// from a size the pixel limit has not seen and no later frame is read at all.
+OSErr ReadFirstFrame(GifFileType *gif, const MemoryReader &reader, ImportedImage *out) {
+    if (gif->SWidth <= 0 || gif->SHeight <= 0 || gif->SWidth > 32767 || gif->SHeight > 32767)
+        return codecBadDataErr;
+    if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(gif->SWidth), static_cast<uint64_t>(gif->SHeight)))
+        return memFullErr;
+    GraphicsControlBlock gcb{};
+    gcb.TransparentColor = NO_TRANSPARENT_COLOR;
+    for (;;) {
+        GifRecordType record;
+        if (DGifGetRecordType(gif, &record) != GIF_OK || record == TERMINATE_RECORD_TYPE) return codecBadDataErr;
+        if (record == IMAGE_DESC_RECORD_TYPE) break;
+        if (record != EXTENSION_RECORD_TYPE) continue;
+        int code = 0;
+        GifByteType *block = nullptr;
+        if (DGifGetExtension(gif, &code, &block) != GIF_OK) return codecBadDataErr;
+        // The last control block before the frame is the frame's.
+        if (code == GRAPHICS_EXT_FUNC_CODE && block) {
+            gcb.TransparentColor = NO_TRANSPARENT_COLOR;
+            DGifExtensionToGCB(block[0], block + 1, &gcb);
+        }
+        while (block)
+            if (DGifGetExtensionNext(gif, &block) != GIF_OK) return codecBadDataErr;
+    }
+    if (DGifGetImageDesc(gif) != GIF_OK) return codecBadDataErr;
+    const GifImageDesc &d = gif->Image;
+    const ColorMapObject *map = d.ColorMap ? d.ColorMap : gif->SColorMap;
+    // A frame is decoded row by row however large it claims to be: hold its area to the limit
+    // too, and refuse a file that ends before the frame's pixel data starts.
+    if (!map || d.Width <= 0 || d.Height <= 0 ||
+        !decoders::DimensionsAcceptable(static_cast<uint64_t>(d.Width), static_cast<uint64_t>(d.Height)) ||
+        reader.offset >= reader.size)
+        return codecBadDataErr;
+
+    decoders::Raster &r = out->raster;
+    std::vector<GifPixelType> line;
+    try {
+        line.resize(static_cast<size_t>(d.Width));
+    } catch (const std::bad_alloc &) {
+        return memFullErr;
+    }
+    if (!r.Allocate(static_cast<uint32_t>(gif->SWidth), static_cast<uint32_t>(gif->SHeight), false)) return memFullErr;
+    bool transparent = gcb.TransparentColor != NO_TRANSPARENT_COLOR;
+    // Outside the first frame: transparent if the frame can be, otherwise the background.
+    std::memset(r.pixels, 0, r.BytesPerRow() * r.height);
+    if (!transparent)
+        for (size_t i = 0; i < static_cast<size_t>(r.width) * r.height; i++) r.pixels[i * 4] = 255;
+
+    // Interlaced frames store every 8th row from 0, every 8th from 4, every 4th from 2, then
+    // every 2nd from 1.
+    static constexpr int kStart[] = {0, 4, 2, 1}, kStep[] = {8, 8, 4, 2};
+    const int passes = d.Interlace ? 4 : 1;
+    for (int pass = 0; pass < passes; pass++) {
+        const int first = d.Interlace ? kStart[pass] : 0, step = d.Interlace ? kStep[pass] : 1;
+        for (int y = first; y < d.Height; y += step) {
+            if (DGifGetLine(gif, line.data(), d.Width) != GIF_OK) return codecBadDataErr;
+            int ty = d.Top + y;
+            if (ty < 0 || ty >= gif->SHeight) continue;
+            for (int x = 0; x < d.Width; x++) {
+                int tx = d.Left + x;
+                if (tx < 0 || tx >= gif->SWidth) continue;
+                int index = line[static_cast<size_t>(x)];
+                if (transparent && index == gcb.TransparentColor) continue;
+                if (index >= map->ColorCount) index = 0;
+                uint8_t *p = r.pixels + (static_cast<size_t>(ty) * r.width + static_cast<size_t>(tx)) * 4;
+                p[0] = 255;
+                p[1] = map->Colors[index].Red;
+                p[2] = map->Colors[index].Green;
+                p[3] = map->Colors[index].Blue;
+            }
+        }
+    }
+    r.alpha = transparent;
+    out->depth = transparent ? 32 : 24;
+    return noErr;
+}
+
+}  // namespace
+
 OSErr ImportGIF(const uint8_t *data, size_t size, ImportedImage *out) {
     if (!IsGIF(data, size)) return codecBadDataErr;
     MemoryReader reader{data, size, 0};
     int error = 0;
     GifFileType *gif = DGifOpen(&reader, ReadGif, &error);
     if (!gif) return codecBadDataErr;
-    OSErr result = codecBadDataErr;
-    if (DGifSlurp(gif) == GIF_OK && gif->ImageCount > 0 && gif->SWidth > 0 && gif->SHeight > 0 &&
-        gif->SWidth <= 32767 && gif->SHeight <= 32767) {
-        const SavedImage &frame = gif->SavedImages[0];
-        const ColorMapObject *map = frame.ImageDesc.ColorMap ? frame.ImageDesc.ColorMap : gif->SColorMap;
-        GraphicsControlBlock gcb{};
-        gcb.TransparentColor = NO_TRANSPARENT_COLOR;
-        DGifSavedExtensionToGCB(gif, 0, &gcb);
-        decoders::Raster &r = out->raster;
-        if (map && r.Allocate(static_cast<uint32_t>(gif->SWidth), static_cast<uint32_t>(gif->SHeight), false)) {
-            bool transparent = gcb.TransparentColor != NO_TRANSPARENT_COLOR;
-            // Outside the first frame: transparent if the frame can be, otherwise the background.
-            std::memset(r.pixels, 0, r.BytesPerRow() * r.height);
-            if (!transparent)
-                for (size_t i = 0; i < static_cast<size_t>(r.width) * r.height; i++) r.pixels[i * 4] = 255;
-            const GifImageDesc &d = frame.ImageDesc;
-            for (int y = 0; y < d.Height; y++) {
-                int ty = d.Top + y;
-                if (ty < 0 || ty >= gif->SHeight) continue;
-                for (int x = 0; x < d.Width; x++) {
-                    int tx = d.Left + x;
-                    if (tx < 0 || tx >= gif->SWidth) continue;
-                    int index = frame.RasterBits[static_cast<size_t>(y) * d.Width + x];
-                    uint8_t *p = r.pixels + (static_cast<size_t>(ty) * r.width + tx) * 4;
-                    if (transparent && index == gcb.TransparentColor) continue;
-                    if (index >= map->ColorCount) index = 0;
-                    p[0] = 255;
-                    p[1] = map->Colors[index].Red;
-                    p[2] = map->Colors[index].Green;
-                    p[3] = map->Colors[index].Blue;
-                }
-            }
-            r.alpha = transparent;
-            out->depth = transparent ? 32 : 24;
-            result = noErr;
-        }
-    }
+    OSErr result = ReadFirstFrame(gif, reader, out);
     DGifCloseFile(gif, &error);
+    if (result != noErr) std::free(out->raster.Take());
     return result;
 }
 

@@ -3,6 +3,8 @@
 #include "platform/media/pict/PictCodec.h"
 
 #include <cstring>
+#include <new>
+#include <vector>
 
 namespace plim::media {
 
@@ -17,14 +19,32 @@ bool IsPCTFile(const uint8_t *data, size_t size) {
            pict::PictStatus::Ok;
 }
 
+namespace {
+
+OSErr ImportError(pict::PictStatus status) {
+    return status == pict::PictStatus::Unsupported ? codecUnimpErr : corruptPICTDataErr;
+}
+
+}  // namespace
+
 OSErr ImportPICTFile(const uint8_t *data, size_t size, ImportedImage *out) {
     if (!data || size <= kHeaderSize) return corruptPICTDataErr;
-    std::vector<uint8_t> argb;
+    // A walk that draws nothing finds the frame and checks every opcode to the end first, so a
+    // picture over the pixel limit, or one that ends early, is refused before its canvas exists.
     pict::PictInfo info{};
-    pict::PictStatus status = pict::DecodePict(data + kHeaderSize, size - kHeaderSize, &argb, &info);
-    if (status == pict::PictStatus::Unsupported) return codecUnimpErr;
-    if (status != pict::PictStatus::Ok) return corruptPICTDataErr;
+    pict::PictStatus status = pict::ReadPictInfo(data + kHeaderSize, size - kHeaderSize, &info);
+    if (status != pict::PictStatus::Ok) return ImportError(status);
     if (info.width > 32767 || info.height > 32767) return codecUnimpErr;
+    if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(info.width), static_cast<uint64_t>(info.height)))
+        return memFullErr;
+    std::vector<uint8_t> argb;
+    try {
+        status = pict::DecodePict(data + kHeaderSize, size - kHeaderSize, &argb, &info,
+                                  static_cast<int64_t>(decoders::PixelLimit()));
+    } catch (const std::bad_alloc &) {
+        return memFullErr;
+    }
+    if (status != pict::PictStatus::Ok) return ImportError(status);
     decoders::Raster &r = out->raster;
     if (!r.Allocate(static_cast<uint32_t>(info.width), static_cast<uint32_t>(info.height), false))
         return memFullErr;

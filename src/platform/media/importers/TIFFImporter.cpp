@@ -2,6 +2,7 @@
 // RGBA reader handles every other photometric, compression and bit depth it knows.
 #include "platform/media/ComponentInternal.h"
 #include "platform/media/importers/TIFFSamples.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <tiffio.h>
 
@@ -39,6 +40,22 @@ int Map(thandle_t, tdata_t *, toff_t *) { return 0; }
 void Unmap(thandle_t, tdata_t, toff_t) {}
 
 int Silent(TIFF *, void *, const char *, const char *, va_list) { return 1; }
+
+// Whether the first strip (or tile) of pixel data starts inside the file; a file cut before it
+// holds no pixels, whatever its directory promises.
+bool PixelDataPresent(TIFF *tif, toff_t fileSize) {
+    int error = 0;
+    uint64_t offset = TIFFGetStrileOffsetWithErr(tif, 0, &error);
+    return !error && offset > 0 && offset < fileSize;
+}
+
+// libtiff's own buffers (strips, tiles, tag arrays) for a picture the pixel limit allows need no
+// more than eight bytes a pixel.
+tmsize_t MaxLibraryAllocation() {
+    constexpr uint64_t kFloor = uint64_t{64} << 20;
+    uint64_t bytes = decoders::PixelLimit() * 8;
+    return static_cast<tmsize_t>(bytes > kFloor ? bytes : kFloor);
+}
 
 // Any other layout through libtiff's RGBA reader, 8 bits per sample.
 OSErr ReadRGBA(TIFF *tif, ImportedImage *out) {
@@ -96,23 +113,31 @@ OSErr ImportTIFF(const uint8_t *data, size_t size, ImportedImage *out) {
     if (!options) return memFullErr;
     TIFFOpenOptionsSetErrorHandlerExtR(options, Silent, nullptr);
     TIFFOpenOptionsSetWarningHandlerExtR(options, Silent, nullptr);
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options, MaxLibraryAllocation());
     TIFF *tif = TIFFClientOpenExt("memory", "rm", &file, Read, Write, Seek, Close, FileSize, Map,
                                   Unmap, options);
     TIFFOpenOptionsFree(options);
     if (!tif) return codecBadDataErr;
 
     OSErr result = codecBadDataErr;
-    switch (ReadTIFFSamples(tif, out)) {
-        case TIFFSampleRead::Done: result = noErr; break;
-        case TIFFSampleRead::Failed: break;
-        case TIFFSampleRead::NotHandled: result = ReadRGBA(tif, out); break;
+    if (PixelDataPresent(tif, file.size)) {
+        result = plim::NoThrow(OSErr{memFullErr}, [&] {
+            switch (ReadTIFFSamples(tif, out)) {
+                case TIFFSampleRead::Done: return OSErr{noErr};
+                case TIFFSampleRead::Failed: return OSErr{codecBadDataErr};
+                default: return ReadRGBA(tif, out);
+            }
+        });
     }
     uint32_t profileLength = 0;
     void *profile = nullptr;
     if (result == noErr && TIFFGetField(tif, TIFFTAG_ICCPROFILE, &profileLength, &profile) &&
         profile && profileLength > 0) {
         auto *bytes = static_cast<const uint8_t *>(profile);
-        out->raster.icc.assign(bytes, bytes + profileLength);
+        result = plim::NoThrow(OSErr{memFullErr}, [&] {
+            out->raster.icc.assign(bytes, bytes + profileLength);
+            return OSErr{noErr};
+        });
     }
     TIFFClose(tif);
     return result;

@@ -41,9 +41,10 @@ PictStatus ReadPictInfo(const uint8_t* picture, size_t size, PictInfo* info);
 // Draws the picture's bitmaps into A,R,G,B bytes (width * 4 per row, top row first,
 // non-premultiplied). Unpainted areas are opaque white; alpha is 255 unless a bitmap carries an
 // alpha component. On Truncated, *argb and *info hold what was drawn before the data ran out;
-// on other failures *argb is left empty.
+// on other failures *argb is left empty. A frame of more than maxPixels pixels is TooLarge,
+// refused before its canvas is allocated.
 PictStatus DecodePict(const uint8_t* picture, size_t size, std::vector<uint8_t>* argb,
-                      PictInfo* info);
+                      PictInfo* info, int64_t maxPixels = kMaxPixels);
 
 // Writes a complete version 2 PICT file (512 zero header bytes first) holding the A,R,G,B pixels
 // as 32-bit direct pixels, PackBits-compressed per component plane; with alpha as a fourth

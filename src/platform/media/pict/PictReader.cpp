@@ -285,8 +285,8 @@ bool GreyPalette(const PixSource& s) {
 
 class PictureWalker {
 public:
-    PictureWalker(const uint8_t* data, size_t size, bool draw)
-        : c_(data, size), draw_(draw) {}
+    PictureWalker(const uint8_t* data, size_t size, bool draw, int64_t maxPixels = kMaxPixels)
+        : c_(data, size), draw_(draw), maxPixels_(maxPixels) {}
 
     PictStatus Run();
 
@@ -315,6 +315,7 @@ private:
 
     Cursor c_;
     bool draw_;
+    int64_t maxPixels_;
     int version_ = 0;
     Rect canvas_;
     bool canvasFixed_ = false;
@@ -444,7 +445,8 @@ PictStatus PictureWalker::FixCanvas() {
     if (canvasFixed_) return PictStatus::Ok;
     const int64_t w = canvas_.width(), h = canvas_.height();
     if (w <= 0 || h <= 0) return PictStatus::Corrupt;
-    if (w > kMaxDimension || h > kMaxDimension || w * h > kMaxPixels) return PictStatus::TooLarge;
+    if (w > kMaxDimension || h > kMaxDimension || w * h > kMaxPixels || w * h > maxPixels_)
+        return PictStatus::TooLarge;
     canvasFixed_ = true;
     // Overdrawing the whole frame a few times is normal; thousands of times is an attack.
     paintBudget_ = w * h * 16;
@@ -588,12 +590,12 @@ PictStatus ReadPictInfo(const uint8_t* picture, size_t size, PictInfo* info) {
 }
 
 PictStatus DecodePict(const uint8_t* picture, size_t size, std::vector<uint8_t>* argb,
-                      PictInfo* info) {
+                      PictInfo* info, int64_t maxPixels) {
     if (info) *info = PictInfo{0, 0, 0};
     if (!argb) return PictStatus::Corrupt;
     argb->clear();
     if (!picture) return size == 0 ? PictStatus::Truncated : PictStatus::Corrupt;
-    PictureWalker walker(picture, size, true);
+    PictureWalker walker(picture, size, true, maxPixels);
     const PictStatus status = walker.Run();
     const bool keep = status == PictStatus::Ok ||
                       (status == PictStatus::Truncated && walker.canvasFixed());
