@@ -190,6 +190,22 @@ TEST(NoExceptions, EveryFamilyFailsQuietlyWhenOperatorNewThrows) {
         {"crop", onCopy([](PlimCFImage i) { PlimCFImageCropToRect(i, CGRectMake(1.5f, 1, 5, 4)); })},
         {"scale", onCopy([](PlimCFImage i) { PlimCFImageScaleToSize(i, CGSizeMake(23, 5)); })},
         {"flip", onCopy([](PlimCFImage i) { PlimCFImageFlipVertically(i); })},
+        {"composite",
+         onCopy([&source](PlimCFImage i) {
+             // A pair of equal sizes, a scaled pair, and the image onto itself.
+             const CGRect s[2] = {CGRectMake(0, 0, 4, 3), CGRectMake(1, 1, 5, 4)};
+             const CGRect d[2] = {CGRectMake(2, 2, 4, 3), CGRectMake(0, 0, 9, 7)};
+             PlimCFImageComposite(source, i, s, d, 2, kPlimCompositeSoftLight);
+             PlimCFImageComposite(i, i, nullptr, nullptr, 0, kPlimCompositeSrcOver);
+         })},
+        {"tile",
+         onCopy([&source](PlimCFImage i) {
+             // Abutting tiles, a cut edge and a pile at a negative origin.
+             PlimCFImageTile(source, i, CGRectMake(0, 0, 2, 3), CGRectMake(-40, -30, 49, 37),
+                             kPlimCompositeXOR, kPlimTileOriginMaxXMaxY);
+             PlimCFImageTile(i, i, CGRectMake(0, 0, 4, 4), CGRectMake(0, 0, 9, 7),
+                             kPlimCompositePlus, kPlimTileOriginMinXMinY);
+         })},
         {"grey", onCopy([](PlimCFImage i) { PlimCFImageConvertToGrayscale(i); })},
         {"colour conversion",
          [&] {
