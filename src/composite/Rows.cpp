@@ -315,43 +315,35 @@ void ArgbRow(const UInt8 *src, UInt8 *dest, UInt32 count) {
     }
 }
 
-template <class Op>
-void Rgb888Row(const UInt8 *src, UInt8 *dest, UInt32 count) {
-    const size_t bytes = static_cast<size_t>(count) * 4;
+// The opaque layouts: grey (one byte a pixel) and XRGB (four, byte 0 never touched).
+template <class Op, UInt32 kBytes>
+void OpaqueLayoutRow(const UInt8 *src, UInt8 *dest, UInt32 count) {
+    const size_t bytes = static_cast<size_t>(count) * kBytes;
+    constexpr bool kXrgb = kBytes == 4;
     if constexpr (Op::kOpaque == OpaqueBehaviour::kKeep) {
         (void)src, (void)dest, (void)bytes;
+    } else if constexpr (Op::kOpaque == OpaqueBehaviour::kWhite && !kXrgb) {
+        std::memset(dest, 255, bytes);
+    } else if constexpr (Op::kOpaque == OpaqueBehaviour::kSource && !kXrgb) {
+        std::memcpy(dest, src, bytes);
     } else if constexpr (Op::kOpaque == OpaqueBehaviour::kWhite) {
         ByteRow(src, dest, bytes, true,
                 [](auto s, auto) { return hn::Set(hn::DFromV<decltype(s)>(), 0xFF); });
     } else if constexpr (Op::kOpaque == OpaqueBehaviour::kSource) {
         ByteRow(src, dest, bytes, true, [](auto s, auto) { return s; });
     } else if constexpr (Op::kOpaqueShortcut != Shortcut::kNone) {
-        ByteRow(src, dest, bytes, true,
+        ByteRow(src, dest, bytes, kXrgb,
                 [](auto s, auto d) { return ApplyShortcut<Op::kOpaqueShortcut>(s, d); });
-    } else {
+    } else if constexpr (kXrgb) {
         RunRow<4>(src, dest, count, Rgb888Vector<Op>);
-    }
-}
-
-template <class Op>
-void S8Row(const UInt8 *src, UInt8 *dest, UInt32 count) {
-    if constexpr (Op::kOpaque == OpaqueBehaviour::kKeep) {
-        (void)src, (void)dest, (void)count;
-    } else if constexpr (Op::kOpaque == OpaqueBehaviour::kWhite) {
-        std::memset(dest, 255, count);
-    } else if constexpr (Op::kOpaque == OpaqueBehaviour::kSource) {
-        std::memcpy(dest, src, count);
-    } else if constexpr (Op::kOpaqueShortcut != Shortcut::kNone) {
-        ByteRow(src, dest, count, false,
-                [](auto s, auto d) { return ApplyShortcut<Op::kOpaqueShortcut>(s, d); });
     } else {
         RunRow<1>(src, dest, count, S8Vector<Op>);
     }
 }
 
 const RowTable *TargetRows() {
-#define PLIM_ROW_S_8(op) S8Row<Op##op>,
-#define PLIM_ROW_RGB_888(op) Rgb888Row<Op##op>,
+#define PLIM_ROW_S_8(op) OpaqueLayoutRow<Op##op, 1>,
+#define PLIM_ROW_RGB_888(op) OpaqueLayoutRow<Op##op, 4>,
 #define PLIM_ROW_ARGB_8888(op) ArgbRow<Op##op>,
     static const RowTable table = {{
         {PLIM_COMPOSITE_OPERATORS(PLIM_ROW_S_8)},
