@@ -153,16 +153,7 @@ bool ExportToURL(PlimCFImageExporter exporter, CGImageRef image, CFURLRef url) {
 }
 
 bool ExportToFile(PlimCFImageExporter exporter, CGImageRef image, CFStringRef path) {
-    if (!path) return Fail(kPlimErrorInvalidArgument, false);
-    const Mark mark;
-    CFURLRef url = CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, false);
-    if (!url) {
-        mark.Fallback(kPlimErrorInvalidArgument);
-        return false;
-    }
-    bool written = ExportToURL(exporter, image, url);
-    CFRelease(url);
-    return written;
+    return WithFileURL(nullptr, path, false, [&](CFURLRef url) { return ExportToURL(exporter, image, url); });
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <PlimBitmapLib/PlimCFImageLoader.h>
 
 #include "core/ImageInternal.h"
-#include "platform/runtime/Errors.h"
+#include "io/IOInternal.h"
 
 using plim::errors::Fail;
 
@@ -109,16 +109,9 @@ PLIM_EXPORT PlimCFImage PlimCFImageCreateWithURL(CFAllocatorRef allocator, CFURL
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithPathAndFormat(CFAllocatorRef allocator, CFStringRef path,
                                                            PlimImageFormat format) {
-    if (!path) return Fail(kPlimErrorInvalidArgument, nullptr);
-    const plim::errors::Mark mark;
-    CFURLRef url = CFURLCreateWithFileSystemPath(allocator, path, kCFURLPOSIXPathStyle, false);
-    if (!url) {
-        mark.Fallback(kPlimErrorInvalidArgument);
-        return nullptr;
-    }
-    PlimCFImage image = PlimCFImageCreateWithURLAndFormat(allocator, url, format);
-    CFRelease(url);
-    return image;
+    return plim::io::WithFileURL<PlimCFImage>(allocator, path, nullptr, [&](CFURLRef url) {
+        return PlimCFImageCreateWithURLAndFormat(allocator, url, format);
+    });
 }
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithPath(CFAllocatorRef allocator, CFStringRef path) {

@@ -295,16 +295,8 @@ CFMutableDataRef ReadURL(CFAllocatorRef allocator, CFURLRef url, PlimError *read
 
 template <typename Source>
 PlimCFImageLoader FromPath(CFAllocatorRef allocator, CFStringRef path, Source fromURL) {
-    if (!path) return Fail(kPlimErrorInvalidArgument, nullptr);
-    const Mark mark;
-    CFURLRef url = CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, false);
-    if (!url) {
-        mark.Fallback(kPlimErrorInvalidArgument);
-        return nullptr;
-    }
-    PlimCFImageLoader loader = fromURL(allocator, url);
-    CFRelease(url);
-    return loader;
+    return plim::io::WithFileURL<PlimCFImageLoader>(nullptr, path, nullptr,
+                                                    [&](CFURLRef url) { return fromURL(allocator, url); });
 }
 
 // A new handle holding a copy of the data's bytes, or null on any memory error.
