@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -99,7 +100,7 @@ TEST(LastError, LoadersNameEachFailureClass) {
     ASSERT_GT(pict.size(), 40u);
 
     // Files: each family reads them its own way (a data provider, a read stream, a data reference).
-    iotest::WriteFile(scratch / "empty.png", {});
+    std::ofstream(scratch / "empty.png").close();
     std::filesystem::create_directory(scratch / "folder.png");
     for (PathLoader load : {PlimCFCreatePNGImageLoaderFromPath, PlimCFCreateJPEGImageLoaderFromPath,
                             PlimCFCreatePICTImageLoaderFromPath, PlimCFCreatePCTImageLoaderFromPath,
