@@ -1,11 +1,13 @@
 /* PlimBitmapLib: everything a caller needs, in one include. Usable from C99 and C++.
    Threads: the library makes its process-wide state (type registrations, colour spaces, constant
    strings) thread-safely, so independent objects may be used from several threads from the first
-   call on; one object is used by one thread at a time. No C++ exception leaves a C function. */
+   call on; one object is used by one thread at a time. No C++ exception leaves a C function.
+   Why a call failed, and where the library's messages go: PlimErrors.h. */
 #ifndef PLIM_BITMAPLIB_H
 #define PLIM_BITMAPLIB_H
 
 #include <PlimBitmapLib/PlimVersion.h>
+#include <PlimBitmapLib/PlimErrors.h>
 #include <PlimBitmapLib/platform/CoreFoundation.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
 #include <PlimBitmapLib/PlimPixelBuffer.h>

@@ -25,10 +25,17 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateTIFF(CFAllocatorRef all
    that PICT files written by the two calls below keep. */
 PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,
                                                   PlimCFImageExporter exporter, CGImageRef image);
-/* Failures are not reported. */
+/* Failures are not reported by the result; PlimGetLastError (PlimErrors.h) says why one failed. */
 PLIM_EXPORT void PlimCFImageExportToURL(PlimCFImageExporter exporter, CGImageRef image, CFURLRef url);
 PLIM_EXPORT void PlimCFImageExportToFile(PlimCFImageExporter exporter, CGImageRef image,
                                          CFStringRef path);
+/* The same exports, saying whether the whole file was written and closed; on failure the last
+   error says why (a file that cannot be created, a failed write, a write still under way after
+   about five seconds, or an encoder that failed). A failed write may leave a partial file. */
+PLIM_EXPORT Boolean PlimCFImageExportWriteToURL(PlimCFImageExporter exporter, CGImageRef image,
+                                                CFURLRef url);
+PLIM_EXPORT Boolean PlimCFImageExportWriteToFile(PlimCFImageExporter exporter, CGImageRef image,
+                                                 CFStringRef path);
 
 /* The image's rendered image with one more reference, or (when `unpremultiply` and the image
    has alpha) a new rendered image of its unpremultiplied pixels labelled premultiplied-first. */

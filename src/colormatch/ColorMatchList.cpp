@@ -1,5 +1,6 @@
 /* The colour match list object: registration, creation, entries, copy, equality, destruction. */
 #include "colormatch/ColorMatchList.h"
+#include "platform/runtime/Errors.h"
 
 #include <cstdint>
 #include <cstring>
@@ -65,7 +66,7 @@ static bool CopyEntry(CFAllocatorRef allocator, PlimColorMatchEntry *dest,
 PlimCFColorMatchList PlimCFColorMatchListCreate(CFAllocatorRef allocator, UInt32 options,
                                                    UInt32 replacementComponentCount) {
     // The search keeps one contribution of four floats per entry; more cannot be represented.
-    if (replacementComponentCount > 4) return nullptr;
+    if (replacementComponentCount > 4) return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
     PlimCFColorMatchList list = ColorMatchListCreatePrivate(allocator);
     if (list == nullptr) return nullptr;
     list->options = options;
@@ -79,9 +80,10 @@ Boolean PlimCFColorMatchListAddEntry(PlimCFColorMatchList list, const PlimColorM
     UInt32 n = list->replacementComponentCount;
     // A component without a replacement value, or an HSB slot too short to convert back,
     // would make the search read past the arrays.
-    if (PlimColorMatchTestedComponentCount(entry->options) > n) return false;
-    if ((entry->options & ConvertToHSB) && n < 3) return false;
-    if (list->entryCount == UINT32_MAX) return false;
+    if (PlimColorMatchTestedComponentCount(entry->options) > n ||
+        ((entry->options & ConvertToHSB) && n < 3))
+        return plim::errors::Fail(kPlimErrorInvalidArgument, false);
+    if (list->entryCount == UINT32_MAX) return plim::errors::Fail(kPlimErrorTooLarge, false);
 
     CFAllocatorRef allocator = CFGetAllocator(list);
     void *entries = list->entries;

@@ -9,6 +9,7 @@
 
 #include "composite/CompositeInternal.h"
 #include "core/ImageInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <cmath>
 #include <cstring>
@@ -111,7 +112,14 @@ PlimCFImage CreatePairSource(PlimCFImage copy, CGRect s, CGSize size, bool regio
 PairDrawer::PairDrawer(PlimCFImage source, PlimCFImage dest, UInt32 operation)
     : copy_(source), dest_(dest) {
     Layout layout;
-    if (!LayoutOf(source, &layout) || operation >= kOperationCount) return;
+    if (operation >= kOperationCount) {
+        errors::Record(kPlimErrorInvalidArgument);
+        return;
+    }
+    if (!LayoutOf(source, &layout)) {
+        errors::Record(PlimCFImageGetColorSpace(source) ? kPlimErrorUnsupportedLayout : kPlimErrorNoPixels);
+        return;
+    }
     row_ = RowFor(layout, operation);
     // CopyDest leaves every destination pixel as it is in every layout.
     noOp_ = operation == kPlimCompositeCopyDest;
@@ -121,11 +129,17 @@ PairDrawer::PairDrawer(PlimCFImage source, PlimCFImage dest, UInt32 operation)
     bpp_ = source->bitsPerPixel >> 3;
     srcW_ = source->width, srcH_ = source->height;
     dstW_ = dest->width, dstH_ = dest->height;
-    if (!HoldsItsRows(source, bpp_) || !HoldsItsRows(dest, bpp_)) return;
+    if (!HoldsItsRows(source, bpp_) || !HoldsItsRows(dest, bpp_)) {
+        errors::Record(kPlimErrorUnsupportedLayout);
+        return;
+    }
     destBase_ = static_cast<UInt8 *>(dest->buffer);
     destRowBytes_ = dest->bytesPerRow;
     // The destination's pixels must have the source's size too, or the rows would be misread.
-    if (destBase_ && dest->bitsPerPixel != source->bitsPerPixel) return;
+    if (destBase_ && dest->bitsPerPixel != source->bitsPerPixel) {
+        errors::Record(kPlimErrorUnsupportedLayout);
+        return;
+    }
     ready_ = true;
 }
 

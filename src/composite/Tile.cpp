@@ -17,6 +17,7 @@
 #include "composite/CompositeInternal.h"
 #include "composite/PairDrawer.h"
 #include "composite/RepeatUntilCycle.h"
+#include "platform/runtime/Errors.h"
 
 #include <cmath>
 #include <cstdint>
@@ -194,7 +195,9 @@ void PlimCFImageTile(PlimCFImage src, PlimCFImage dest, CGRect srcRect, CGRect d
                      PlimCompositeOperation operation, PlimTileOrigin tileOrigin) {
     const UInt32 tw = Whole(CGRectGetWidth(srcRect)), th = Whole(CGRectGetHeight(srcRect));
     const UInt32 dw = Whole(CGRectGetWidth(destRect)), dh = Whole(CGRectGetHeight(destRect));
-    if (tw == 0 || th == 0 || dw == 0 || dh == 0) return;
+    // An empty tile cannot be repeated; an empty destination needs no tiles.
+    if (tw == 0 || th == 0) return plim::errors::Record(kPlimErrorInvalidArgument);
+    if (dw == 0 || dh == 0) return;
     const uint64_t columns = Whole(ceilf(static_cast<float>(dw) / static_cast<float>(tw)));
     const uint64_t rows = Whole(ceilf(static_cast<float>(dh) / static_cast<float>(th)));
 
@@ -219,7 +222,7 @@ void PlimCFImageTile(PlimCFImage src, PlimCFImage dest, CGRect srcRect, CGRect d
             stepX = -W, stepY = H;
             break;
         default:
-            return;
+            return plim::errors::Record(kPlimErrorInvalidArgument);
     }
 
     if (src == dest) {
@@ -255,7 +258,8 @@ void PlimCFImageTile(PlimCFImage src, PlimCFImage dest, CGRect srcRect, CGRect d
     PairDrawer drawer(working.get(), dest, static_cast<UInt32>(operation));
     if (!drawer.Ready() || !drawer.DestinationHasPixels()) return;
     Extent sx, sy;
-    if (!drawer.PlaceSource(srcRect, &sx, &sy)) return;
+    // A tile wholly off the source has nothing to repeat.
+    if (!drawer.PlaceSource(srcRect, &sx, &sy)) return plim::errors::Record(kPlimErrorInvalidArgument);
     const Runs columnRuns(Axis{originX, stepX, W, columns, drawer.DestWidth()});
     const Runs rowRuns(Axis{originY, stepY, H, rows, drawer.DestHeight()});
     TileFromSource(drawer, sx, sy, columnRuns, rowRuns);

@@ -1,5 +1,6 @@
 // The image object: registration, creation, accessors, runtime callbacks and descriptions.
 #include "ImageInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <PlimBitmapLib/PlimMainDisplay.h>
 
@@ -112,7 +113,8 @@ PlimCFImage PlimCFImageCreateWithBuffer(CFAllocatorRef allocator, const void *pi
                                         UInt32 bytesPerRow, CGColorSpaceRef colorSpace,
                                         CGImageAlphaInfo alphaInfo) {
     // The alpha info comes from the caller as a plain number: only the eight listed values.
-    if (static_cast<UInt32>(alphaInfo) > static_cast<UInt32>(kCGImageAlphaOnly)) return nullptr;
+    if (static_cast<UInt32>(alphaInfo) > static_cast<UInt32>(kCGImageAlphaOnly))
+        return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
     PlimCFImage image = PlimCFImageCreate(allocator);
     if (!image) return nullptr;
     image->width = width;
@@ -132,11 +134,15 @@ PlimCFImage PlimCFImageCreateWithBuffer(CFAllocatorRef allocator, const void *pi
         fits = fits && shortestRow <= UINT32_MAX;
         bytesPerRow = static_cast<UInt32>(shortestRow);
     }
-    fits = fits && bytesPerRow >= shortestRow;
+    const bool rowHolds = bytesPerRow >= shortestRow;
     image->bytesPerRow = bytesPerRow;
     fits = fits && Multiply32(bytesPerRow, height, &bufferSize);
-    void *buffer = fits && pixels ? CFAllocatorAllocate(CFGetAllocator(image), bufferSize, 0) : nullptr;
+    void *buffer = fits && rowHolds && pixels ? CFAllocatorAllocate(CFGetAllocator(image), bufferSize, 0) : nullptr;
     if (!buffer) {
+        if (!fits)
+            plim::errors::Record(kPlimErrorTooLarge);
+        else if (!rowHolds || !pixels || bufferSize == 0)
+            plim::errors::Record(kPlimErrorInvalidArgument);
         CFRelease(image);
         return nullptr;
     }
@@ -154,7 +160,9 @@ PlimCFImage PlimCFImageCreateWithSize(CFAllocatorRef allocator, CGSize size, Boo
     // Sizes that are not finite or do not fit 32 bits are refused before they are rounded.
     if (!(size.width >= 0.0f && size.width < 4294967040.0f && size.height >= 0.0f &&
           size.height < 4294967040.0f))
-        return nullptr;
+        return plim::errors::Fail(size.width >= 0.0f && size.height >= 0.0f ? kPlimErrorTooLarge
+                                                                            : kPlimErrorInvalidArgument,
+                                  nullptr);
     PlimCFImage image = PlimCFImageCreate(allocator);
     if (!image) return nullptr;
     image->width = static_cast<UInt32>(lroundf(size.width));
@@ -175,6 +183,7 @@ PlimCFImage PlimCFImageCreateWithSize(CFAllocatorRef allocator, CGSize size, Boo
     fits = fits && Multiply32(image->bytesPerRow, image->height, &bufferSize);
     void *buffer = fits ? CFAllocatorAllocate(CFGetAllocator(image), bufferSize, 0) : nullptr;
     if (!buffer) {
+        if (!fits || bufferSize == 0) plim::errors::Record(fits ? kPlimErrorInvalidArgument : kPlimErrorTooLarge);
         CFRelease(image);
         return nullptr;
     }

@@ -1,5 +1,6 @@
 // PlimCFContext: owns (or borrows) the pixel memory behind a bitmap drawing context.
 #include "core/PlimCFContextInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <PlimBitmapLib/PlimMainDisplay.h>
 
@@ -130,6 +131,7 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
                                               CGImageAlphaInfo alphaInfo) {
     PlimCFContext ctx = PlimCFContextCreatePrivate(allocator);
     if (!ctx) return nullptr;
+    const plim::errors::Mark mark;
     CGColorSpaceRef temporary = nullptr;
     if (!colorSpace) colorSpace = temporary = PlimCGColorSpaceCreateMainDisplay();
     if (bytesPerRow == 0)
@@ -138,6 +140,7 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
     bool ok = bytesPerRow != 0;
     if (!ok) {
         // A row too long for the 32-bit sizes: no context.
+        plim::errors::Record(kPlimErrorTooLarge);
     } else if (buffer) {
         ctx->buffer = buffer;
     } else {
@@ -151,6 +154,7 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
             ctx->buffer = own;
             ctx->ownsBuffer = true;
         } else {
+            mark.Fallback(size ? kPlimErrorTooLarge : kPlimErrorInvalidArgument);
             ok = false;
         }
     }
@@ -162,6 +166,8 @@ PLIM_EXPORT PlimCFContext PlimCFContextCreate(CFAllocatorRef allocator, UInt32 w
     }
     CGColorSpaceRelease(temporary);
     if (ok) return ctx;
+    // The graphics layer refuses the geometry, the colour space or the alpha layout.
+    mark.Fallback(kPlimErrorUnsupportedLayout);
     FreeOwnedBuffer(ctx);
     CFRelease(ctx);
     return nullptr;

@@ -1,9 +1,12 @@
 // Keeping an image's two representations in step: rendering from the buffer, promotion into a
 // supported layout, unification of two images, and drawing contexts over the buffer.
 #include "ImageInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <cstring>
 
+using plim::errors::Fail;
+using plim::errors::Record;
 using plim::core::Multiply32;
 using plim::core::NativeColorSpace;
 using plim::core::ResetLayoutFields;
@@ -32,7 +35,7 @@ extern "C" {
 
 CGImageRef PlimCFImageGetCGImage(PlimCFImage image) {
     if (image->image) return image->image;
-    if (!image->buffer) return nullptr;
+    if (!image->buffer) return Fail(kPlimErrorNoPixels, nullptr);
     CFAllocatorRef allocator = CFGetAllocator(image);
     void *copy = CFAllocatorAllocate(allocator, image->bufferSize, 0);
     if (!copy) return nullptr;
@@ -44,10 +47,13 @@ CGImageRef PlimCFImageGetCGImage(PlimCFImage image) {
         CFAllocatorDeallocate(allocator, copy);
         return nullptr;
     }
+    const plim::errors::Mark mark;
     image->image = CGImageCreate(image->width, image->height, image->bitsPerComponent, image->bitsPerPixel,
                                  image->bytesPerRow, image->colorSpace, static_cast<CGBitmapInfo>(image->alphaInfo),
                                  provider, nullptr, true, kCGRenderingIntentDefault);
     CGDataProviderRelease(provider);
+    // A buffer in a layout the graphics layer cannot describe (made from a caller's pixels).
+    if (!image->image) mark.Fallback(kPlimErrorUnsupportedLayout);
     return image->image;
 }
 
@@ -69,7 +75,7 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
     if (!image->image) {
         if (!image->buffer) {
             ResetLayoutFields(image);
-            return;
+            return Record(kPlimErrorNoPixels);
         }
         // A buffer that cannot be rendered cannot be converted: keep it and its pixels.
         if (!PlimCFImageGetCGImage(image)) return;
@@ -77,14 +83,14 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
     DropBuffer(image);
     // Without a target colour space there is nothing to convert into; the rendered image stays.
     CGColorSpaceRef native = NativeColorSpace();
-    if (!native) return;
+    if (!native) return Record(kPlimErrorOutOfMemory);
 
     CGImageRef rendered = image->image;
     UInt32 width = static_cast<UInt32>(CGImageGetWidth(rendered));
     UInt32 height = static_cast<UInt32>(CGImageGetHeight(rendered));
     CGColorSpaceRef space = CGImageGetColorSpace(rendered);
     auto alphaRead = static_cast<SInt32>(CGImageGetAlphaInfo(rendered));
-    if (!space) return;
+    if (!space) return Record(kPlimErrorUnsupportedLayout);
 
     bool changed = false;
     if (forceColor || !CFEqual(space, native)) {
@@ -107,9 +113,9 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
 
     UInt32 bitsPerPixel = CGColorSpaceGetNumberOfComponents(space) == 3 ? 32 : 8;
     UInt32 rowBits = 0, bytesPerRow = 0, bufferSize = 0;
-    if (!Multiply32(bitsPerPixel, width, &rowBits)) return;
+    if (!Multiply32(bitsPerPixel, width, &rowBits)) return Record(kPlimErrorTooLarge);
     bytesPerRow = rowBits >> 3;
-    if (!Multiply32(bytesPerRow, height, &bufferSize)) return;
+    if (!Multiply32(bytesPerRow, height, &bufferSize)) return Record(kPlimErrorTooLarge);
 
     image->width = width;
     image->height = height;
@@ -123,6 +129,7 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
     CFAllocatorRef allocator = CFGetAllocator(image);
     image->buffer = CFAllocatorAllocate(allocator, bufferSize, 0);
     if (!image->buffer) {
+        if (bufferSize == 0) Record(kPlimErrorNoPixels);
         ResetLayoutFields(image);
         return;
     }

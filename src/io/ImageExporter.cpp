@@ -9,6 +9,7 @@
 
 #include "core/ImageInternal.h"
 #include "io/IOInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <cstring>
 #include <mutex>
@@ -26,6 +27,8 @@ CFRuntimeClass _kPlimCFImageExporterClass;
 bool gPlimCFImageExporterInited = false;  // set under the once flag, when registration has finished
 
 using namespace plim::io;
+using plim::errors::Fail;
+using plim::errors::Mark;
 
 namespace {
 
@@ -56,30 +59,32 @@ PlimCFImageExporter CreateWithSubtype(CFAllocatorRef allocator, OSType subtype) 
 // One encode into a fresh handle through the exporter component of `subtype`, at `quality`
 // (1 to 100, 0 for the component's default).
 Handle EncodeWith(OSType subtype, UInt32 quality, CGImageRef image) {
-    if (!image) return nullptr;
+    if (!image) return Fail(kPlimErrorInvalidArgument, nullptr);
     Handle handle = NewHandle(0);
     if (!handle || MemError() != noErr) {
         if (handle) DisposeHandle(handle);
-        return nullptr;
+        return Fail(kPlimErrorOutOfMemory, nullptr);
     }
     GraphicsExportComponent component = nullptr;
     UInt32 written = 0;
-    bool ok = OpenADefaultComponent(kExporterType, subtype, &component) == noErr && component &&
-              (quality == 0 || GraphicsExportSetCompressionQuality(
-                                   component, (quality * codecLosslessQuality + 50) / 100) == noErr) &&
-              GraphicsExportSetInputCGImage(component, image) == noErr &&
-              GraphicsExportSetOutputHandle(component, handle) == noErr &&
-              GraphicsExportDoExport(component, &written) == noErr;
+    ComponentResult err = OpenADefaultComponent(kExporterType, subtype, &component);
+    if (err == noErr && !component) err = invalidComponentID;
+    if (err == noErr && quality != 0)
+        err = GraphicsExportSetCompressionQuality(component, (quality * codecLosslessQuality + 50) / 100);
+    if (err == noErr) err = GraphicsExportSetInputCGImage(component, image);
+    if (err == noErr) err = GraphicsExportSetOutputHandle(component, handle);
+    if (err == noErr) err = GraphicsExportDoExport(component, &written);
     if (component) CloseComponent(component);
-    if (!ok) {
+    if (err != noErr) {
         DisposeHandle(handle);
-        return nullptr;
+        return Fail(plim::errors::FromOSErr(err, kPlimErrorEncoderFailed), nullptr);
     }
     return handle;
 }
 
 Handle PlimCFImageExporterCreateHandle(PlimCFImageExporter exporter, CGImageRef image) {
-    if (!image) return nullptr;
+    if (!image) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const Mark mark;
     if (exporter->subtype == kSubtypePCT) {
         PlimCFImage wrapper = PlimCFImageCreateWithImage(nullptr, image);
         CGImageRef exportable = wrapper ? _PlimCFImageCreateExportableImage(wrapper, true) : nullptr;
@@ -88,7 +93,67 @@ Handle PlimCFImageExporterCreateHandle(PlimCFImageExporter exporter, CGImageRef 
         if (exportable) CGImageRelease(exportable);
         if (handle) return handle;
     }
-    return EncodeWith(exporter->subtype, exporter->quality, image);
+    Handle handle = EncodeWith(exporter->subtype, exporter->quality, image);
+    // The direct route made up for a failed unpremultiplied one.
+    if (handle) mark.Restore();
+    return handle;
+}
+
+// Writes the encoded bytes to the file at `url` with one write call: true when all were written
+// and the file closed. A stream in error, or still writing after about five seconds, is left
+// unclosed.
+bool WriteToURL(const UInt8 *bytes, CFIndex count, CFURLRef url) {
+    CFWriteStreamRef stream = CFWriteStreamCreateWithFile(nullptr, url);
+    if (!stream) return Fail(url ? kPlimErrorOutOfMemory : kPlimErrorInvalidArgument, false);
+    PlimError failure = kPlimErrorWriteFailed;
+    if (CFWriteStreamOpen(stream)) {
+        CFStreamStatus status = CFWriteStreamGetStatus(stream);
+        if (status == kCFStreamStatusOpening || status == kCFStreamStatusOpen) {
+            const bool whole = CFWriteStreamWrite(stream, bytes, count) == count;
+            status = CFWriteStreamGetStatus(stream);
+            int waits = 0;
+            bool timedOut = false;
+            while (status == kCFStreamStatusWriting) {
+                if (++waits == 5001) {
+                    timedOut = true;
+                    break;
+                }
+                usleep(1000);
+                status = CFWriteStreamGetStatus(stream);
+            }
+            // A stream in error, or one still writing, is left as it is.
+            if (!timedOut && status != kCFStreamStatusError) CFWriteStreamClose(stream);
+            failure = timedOut ? kPlimErrorTimedOut
+                      : whole && status != kCFStreamStatusError ? kPlimErrorNone
+                                                                : kPlimErrorWriteFailed;
+        }
+    }
+    if (CFWriteStreamGetStatus(stream) == kCFStreamStatusError)
+        failure = plim::errors::FromErrno(CFWriteStreamGetError(stream).error, kPlimErrorWriteFailed);
+    CFRelease(stream);
+    if (failure != kPlimErrorNone) plim::errors::Record(failure);
+    return failure == kPlimErrorNone;
+}
+
+// Encodes and writes the whole file, PICT header included (a PICT file is complete, while PICT
+// data is not).
+bool ExportToURL(PlimCFImageExporter exporter, CGImageRef image, CFURLRef url) {
+    Handle handle = PlimCFImageExporterCreateHandle(exporter, image);
+    if (!handle) return false;
+    if (GetHandleSize(handle) <= 0) {
+        DisposeHandle(handle);
+        return Fail(kPlimErrorEncoderFailed, false);
+    }
+    HLock(handle);
+    bool written = WriteToURL(reinterpret_cast<const UInt8 *>(*handle),
+                              static_cast<CFIndex>(GetHandleSize(handle)), url);
+    HUnlock(handle);
+    DisposeHandle(handle);
+    return written;
+}
+
+bool ExportToFile(PlimCFImageExporter exporter, CGImageRef image, CFStringRef path) {
+    return WithFileURL(nullptr, path, false, [&](CFURLRef url) { return ExportToURL(exporter, image, url); });
 }
 
 }  // namespace
@@ -104,7 +169,7 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef a) 
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
                                                                         UInt32 quality) {
-    if (quality < 1 || quality > 100) return nullptr;
+    if (quality < 1 || quality > 100) return Fail(kPlimErrorInvalidArgument, nullptr);
     PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeJPEG);
     if (exporter) exporter->quality = quality;
     return exporter;
@@ -133,7 +198,7 @@ PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,
         if (count < static_cast<CFIndex>(kPictHeaderSize)) {
             HUnlock(handle);
             DisposeHandle(handle);
-            return nullptr;
+            return Fail(kPlimErrorEncoderFailed, nullptr);
         }
         bytes += kPictHeaderSize;
         count -= static_cast<CFIndex>(kPictHeaderSize);
@@ -145,51 +210,22 @@ PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,
 }
 
 PLIM_EXPORT void PlimCFImageExportToURL(PlimCFImageExporter exporter, CGImageRef image, CFURLRef url) {
-    Handle handle = PlimCFImageExporterCreateHandle(exporter, image);
-    if (!handle) return;
-    if (GetHandleSize(handle) <= 0) {
-        DisposeHandle(handle);
-        return;
-    }
-    HLock(handle);
-    const UInt8 *bytes = reinterpret_cast<const UInt8 *>(*handle);
-    CFIndex count = static_cast<CFIndex>(GetHandleSize(handle));
-    CFWriteStreamRef stream = CFWriteStreamCreateWithFile(nullptr, url);
-    if (!stream) {
-        HUnlock(handle);
-        DisposeHandle(handle);
-        return;
-    }
-    if (CFWriteStreamOpen(stream)) {
-        CFStreamStatus status = CFWriteStreamGetStatus(stream);
-        if (status == kCFStreamStatusOpening || status == kCFStreamStatusOpen) {
-            (void)CFWriteStreamWrite(stream, bytes, count);
-            status = CFWriteStreamGetStatus(stream);
-            int waits = 0;
-            bool timedOut = false;
-            while (status == kCFStreamStatusWriting) {
-                if (++waits == 5001) {
-                    timedOut = true;
-                    break;
-                }
-                usleep(1000);
-                status = CFWriteStreamGetStatus(stream);
-            }
-            // A stream in error, or one still writing, is left as it is.
-            if (!timedOut && status != kCFStreamStatusError) CFWriteStreamClose(stream);
-        }
-    }
-    CFRelease(stream);
-    HUnlock(handle);
-    DisposeHandle(handle);
+    (void)ExportToURL(exporter, image, url);
 }
 
 PLIM_EXPORT void PlimCFImageExportToFile(PlimCFImageExporter exporter, CGImageRef image,
                                          CFStringRef path) {
-    CFURLRef url = CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, false);
-    if (!url) return;
-    PlimCFImageExportToURL(exporter, image, url);
-    CFRelease(url);
+    (void)ExportToFile(exporter, image, path);
+}
+
+PLIM_EXPORT Boolean PlimCFImageExportWriteToURL(PlimCFImageExporter exporter, CGImageRef image,
+                                                CFURLRef url) {
+    return ExportToURL(exporter, image, url);
+}
+
+PLIM_EXPORT Boolean PlimCFImageExportWriteToFile(PlimCFImageExporter exporter, CGImageRef image,
+                                                 CFStringRef path) {
+    return ExportToFile(exporter, image, path);
 }
 
 PLIM_EXPORT CGImageRef _PlimCFImageCreateExportableImage(PlimCFImage image, Boolean unpremultiply) {
@@ -225,9 +261,11 @@ PLIM_EXPORT CGImageRef _PlimCFImageCreateExportableImage(PlimCFImage image, Bool
         CFAllocatorDeallocate(allocator, copy);
         return nullptr;
     }
+    const Mark mark;
     CGImageRef result = CGImageCreate(width, height, bpc, bpp, bpr, space,
                                       static_cast<CGBitmapInfo>(kCGImageAlphaPremultipliedFirst),
                                       provider, nullptr, true, kCGRenderingIntentDefault);
     CGDataProviderRelease(provider);
+    if (!result) mark.Fallback(kPlimErrorUnsupportedLayout);
     return result;
 }

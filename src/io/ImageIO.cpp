@@ -4,6 +4,9 @@
 #include <PlimBitmapLib/PlimCFImageLoader.h>
 
 #include "core/ImageInternal.h"
+#include "io/IOInternal.h"
+
+using plim::errors::Fail;
 
 namespace {
 
@@ -32,12 +35,25 @@ template <typename Source>
 PlimCFImage CreateWith(CFAllocatorRef allocator, Source source, PlimImageFormat format,
                        PlimCFImageLoader (*LoaderFamily::*member)(CFAllocatorRef, Source),
                        PlimCFImageLoader (*unknown)(CFAllocatorRef, Source)) {
-    if (format > kLastFormat) return nullptr;
+    if (format > kLastFormat) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const plim::errors::Mark mark;
     PlimCFImage image = PlimCFImageCreate(allocator);
     if (!image) return nullptr;
-    if (format != kPlimImageFormatUnknown) TakeImage(image, (kLoaders[format].*member)(allocator, source));
+    PlimError named = kPlimErrorNone;
+    if (format != kPlimImageFormatUnknown) {
+        TakeImage(image, (kLoaders[format].*member)(allocator, source));
+        if (!image->image) named = PlimGetLastError();
+    }
     if (!image->image) TakeImage(image, unknown(allocator, source));
-    if (image->image) return image;
+    if (image->image) {
+        // A format loader that failed before the content-recognising one succeeded is no failure.
+        mark.Restore();
+        return image;
+    }
+    // Content that nothing recognises is best described by the loader of the format it was said
+    // to be in (a damaged PICT picture has no signature to recognise).
+    if (named != kPlimErrorNone && PlimGetLastError() == kPlimErrorUnsupportedFormat)
+        plim::errors::Record(named);
     CFRelease(image);
     return nullptr;
 }
@@ -77,7 +93,7 @@ PLIM_EXPORT PlimImageFormat PlimCFImageFormatForPathExtension(CFStringRef extens
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithURLAndFormat(CFAllocatorRef allocator, CFURLRef url,
                                                           PlimImageFormat format) {
-    if (!url) return nullptr;
+    if (!url) return Fail(kPlimErrorInvalidArgument, nullptr);
     if (format == kPlimImageFormatUnknown) {
         CFStringRef extension = CFURLCopyPathExtension(url);
         format = PlimCFImageFormatForPathExtension(extension);
@@ -93,12 +109,9 @@ PLIM_EXPORT PlimCFImage PlimCFImageCreateWithURL(CFAllocatorRef allocator, CFURL
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithPathAndFormat(CFAllocatorRef allocator, CFStringRef path,
                                                            PlimImageFormat format) {
-    if (!path) return nullptr;
-    CFURLRef url = CFURLCreateWithFileSystemPath(allocator, path, kCFURLPOSIXPathStyle, false);
-    if (!url) return nullptr;
-    PlimCFImage image = PlimCFImageCreateWithURLAndFormat(allocator, url, format);
-    CFRelease(url);
-    return image;
+    return plim::io::WithFileURL<PlimCFImage>(allocator, path, nullptr, [&](CFURLRef url) {
+        return PlimCFImageCreateWithURLAndFormat(allocator, url, format);
+    });
 }
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithPath(CFAllocatorRef allocator, CFStringRef path) {
@@ -107,7 +120,7 @@ PLIM_EXPORT PlimCFImage PlimCFImageCreateWithPath(CFAllocatorRef allocator, CFSt
 
 PLIM_EXPORT PlimCFImage PlimCFImageCreateWithFormattedData(CFAllocatorRef allocator, CFDataRef data,
                                                            PlimImageFormat format) {
-    if (!data) return nullptr;
+    if (!data) return Fail(kPlimErrorInvalidArgument, nullptr);
     return CreateWith<CFDataRef>(allocator, data, format, &LoaderFamily::fromData,
                                  PlimCFCreateUnknownImageLoaderFromData);
 }

@@ -9,8 +9,9 @@
 
 #include "io/IOInternal.h"
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/Errors.h"
+#include "platform/runtime/Output.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 
@@ -37,6 +38,8 @@ bool gPlimCFImageLoaderInited = false;  // set under the once flag, when registr
 
 using plim::io::kSubtypePCT;
 using plim::io::kSubtypePICT;
+using plim::errors::Fail;
+using plim::errors::Mark;
 
 namespace {
 
@@ -78,28 +81,34 @@ PlimCFImageLoader Fail(PlimCFImageLoader loader) {
     return nullptr;
 }
 
-PlimCFImageLoader Succeed(PlimCFImageLoader loader, bool ok) {
+// `mark` is taken when the creator starts: a failure that recorded no reason of its own below
+// the creator gets `reason`.
+PlimCFImageLoader Succeed(PlimCFImageLoader loader, bool ok, const Mark &mark, PlimError reason) {
+    if (!ok) mark.Fallback(reason);
     return ok ? loader : Fail(loader);
 }
 
 bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
     if (!loader || !loader->importer) return false;
+    const Mark mark;
     ComponentDescription description;
-    if (GetComponentInfo(loader->importer, &description, nullptr, nullptr, nullptr) != noErr)
-        return false;
+    if (OSErr err = GetComponentInfo(loader->importer, &description, nullptr, nullptr, nullptr))
+        return Fail(plim::errors::FromOSErr(err, kPlimErrorCorrupt), false);
     OSType subtype = description.componentSubType;
 
     ImageDescriptionHandle desc = nullptr;
     ComponentResult err = GraphicsImportGetImageDescription(loader->importer, &desc);
     if (err != noErr) {
         if (err == kCorruptPICT)
-            std::fwrite("Corrupt PICT data found, cannot load image\n", 1, 43, stderr);
+            plim::output::Write(kPlimOutputStandardError, "Corrupt PICT data found, cannot load image\n");
         if (desc) DisposeHandle(reinterpret_cast<Handle>(desc));
+        // The importer records what it found wrong; the code says at least what kind of failure.
+        mark.Fallback(plim::errors::FromOSErr(err, kPlimErrorCorrupt));
         return false;
     }
     if (!desc || !*desc) {
         if (desc) DisposeHandle(reinterpret_cast<Handle>(desc));
-        return false;
+        return Fail(kPlimErrorCorrupt, false);
     }
     Handle profileHandle = nullptr;
     // Everything from here on disposes the description and any profile handle on the way out.
@@ -110,9 +119,10 @@ bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
     };
     SInt16 depth = (*desc)->depth;
     if (depth != 40 && depth != 32 && depth != 24 && depth != 8 && depth != 1) {
-        std::fprintf(stderr, "Unexpected image depth encountered: %d\n", static_cast<int>(depth));
+        plim::output::Printf(kPlimOutputStandardError, "Unexpected image depth encountered: %d\n",
+                             static_cast<int>(depth));
         dispose();
-        return false;
+        return Fail(kPlimErrorUnsupportedLayout, false);
     }
     loader->width = static_cast<SInt32>((*desc)->width);
     loader->height = static_cast<SInt32>((*desc)->height);
@@ -149,13 +159,13 @@ bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
     }
     if (loader->width <= 0 || loader->height <= 0) {
         dispose();
-        return false;
+        return Fail(kPlimErrorCorrupt, false);
     }
     loader->bufferSize = loader->bytesPerRow * static_cast<UInt32>(loader->height);
     loader->buffer = std::calloc(loader->bufferSize, 1);
     if (!loader->buffer) {
         dispose();
-        return false;
+        return Fail(kPlimErrorOutOfMemory, false);
     }
 
     (void)GraphicsImportGetColorSyncProfile(loader->importer, &profileHandle);
@@ -166,14 +176,15 @@ bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
         if (CMOpenProfile(&loader->profile, &location) != noErr) {
             loader->profile = nullptr;
             dispose();
-            return false;
+            return Fail(kPlimErrorInvalidProfile, false);
         }
         Boolean valid = false, preferredCMMNotFound = false;
         if (CMValidateProfile(loader->profile, &valid, &preferredCMMNotFound) != noErr) {
-            std::fprintf(stderr, "Cannot validate profile : Valid: %d, Preferred CMM not found : %d\n",
-                         static_cast<int>(valid), static_cast<int>(preferredCMMNotFound));
+            plim::output::Printf(kPlimOutputStandardError,
+                                 "Cannot validate profile : Valid: %d, Preferred CMM not found : %d\n",
+                                 static_cast<int>(valid), static_cast<int>(preferredCMMNotFound));
             dispose();
-            return false;
+            return Fail(kPlimErrorInvalidProfile, false);
         }
         loader->colorSpace = CGColorSpaceCreateWithPlatformColorSpace(loader->profile);
         DisposeHandle(profileHandle);
@@ -196,39 +207,44 @@ bool PlimCFImageLoaderLoadFromGraphicsImporter(PlimCFImageLoader loader) {
 
     GWorldPtr world = nullptr;
     Rect bounds{0, 0, static_cast<SInt16>(loader->height), static_cast<SInt16>(loader->width)};
-    bool drawn = NewGWorldFromPtr(&world, loader->pixelFormat, &bounds, nullptr, nullptr, 0,
-                                  static_cast<Ptr>(loader->buffer),
-                                  static_cast<SInt32>(loader->bytesPerRow)) == noErr &&
-                 GraphicsImportSetGWorld(loader->importer, world, nullptr) == noErr &&
-                 GraphicsImportDraw(loader->importer) == noErr;
+    ComponentResult drawn = NewGWorldFromPtr(&world, loader->pixelFormat, &bounds, nullptr, nullptr, 0,
+                                             static_cast<Ptr>(loader->buffer),
+                                             static_cast<SInt32>(loader->bytesPerRow));
+    if (drawn == noErr) drawn = GraphicsImportSetGWorld(loader->importer, world, nullptr);
+    if (drawn == noErr) drawn = GraphicsImportDraw(loader->importer);
     if (world) DisposeGWorld(world);
-    if (!drawn) return false;
+    if (drawn != noErr) return Fail(plim::errors::FromOSErr(drawn, kPlimErrorCorrupt), false);
 
     CloseComponent(loader->importer);
     loader->importer = nullptr;
 
     CGDataProviderRef provider = CGDataProviderCreateWithData(nullptr, loader->buffer,
                                                               loader->bufferSize, __ImageBufferRelease);
-    if (!provider) return false;
+    if (!provider) return Fail(kPlimErrorOutOfMemory, false);
     loader->buffer = nullptr;
     loader->image = CGImageCreate(static_cast<size_t>(loader->width), static_cast<size_t>(loader->height),
                                   loader->bitsPerComponent, loader->bitsPerPixel, loader->bytesPerRow,
                                   loader->colorSpace, static_cast<CGBitmapInfo>(loader->alphaInfo),
                                   provider, nullptr, true, kCGRenderingIntentDefault);
     CGDataProviderRelease(provider);
+    if (!loader->image) mark.Fallback(kPlimErrorUnsupportedLayout);
     return loader->image != nullptr;
 }
 
 bool PlimCFImageLoaderLoadImageCommon(PlimCFImageLoader loader, Handle dataRef, OSType dataRefType) {
-    if (!loader || !dataRef) return false;
-    (void)GetGraphicsImporterForDataRefWithFlags(dataRef, dataRefType, &loader->importer, 0);
+    if (!loader || !dataRef) return Fail(kPlimErrorInvalidArgument, false);
+    // Whether an importer was found decides nothing here; its code only says why there is none.
+    const Mark mark;
+    OSErr found = GetGraphicsImporterForDataRefWithFlags(dataRef, dataRefType, &loader->importer, 0);
+    if (!loader->importer) mark.Fallback(plim::errors::FromOSErr(found, kPlimErrorUnsupportedFormat));
     return PlimCFImageLoaderLoadFromGraphicsImporter(loader);
 }
 
 using Decoder = CGImageRef (*)(CGDataProviderRef, const float *, bool, CGColorRenderingIntent);
 
 PlimCFImageLoader CreateFromURL(CFAllocatorRef allocator, CFURLRef url, Decoder decode) {
-    if (!url) return nullptr;
+    if (!url) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const Mark mark;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(allocator);
     if (!loader) return nullptr;
     CGDataProviderRef provider = CGDataProviderCreateWithURL(url);
@@ -236,11 +252,12 @@ PlimCFImageLoader CreateFromURL(CFAllocatorRef allocator, CFURLRef url, Decoder 
         loader->image = decode(provider, nullptr, true, kCGRenderingIntentDefault);
         CGDataProviderRelease(provider);
     }
-    return Succeed(loader, loader->image != nullptr);
+    return Succeed(loader, loader->image != nullptr, mark, kPlimErrorReadFailed);
 }
 
 PlimCFImageLoader CreateFromData(CFAllocatorRef allocator, CFDataRef data, Decoder decode) {
-    if (!data) return nullptr;
+    if (!data) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const Mark mark;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(allocator);
     if (!loader) return nullptr;
     CGDataProviderRef provider = CGDataProviderCreateWithData(
@@ -251,14 +268,15 @@ PlimCFImageLoader CreateFromData(CFAllocatorRef allocator, CFDataRef data, Decod
         loader->image = decode(provider, nullptr, true, kCGRenderingIntentDefault);
         CGDataProviderRelease(provider);
     }
-    return Succeed(loader, loader->image != nullptr);
+    return Succeed(loader, loader->image != nullptr, mark, kPlimErrorCorrupt);
 }
 
-// The whole file behind a URL; empty when it cannot be read.
-CFMutableDataRef ReadURL(CFAllocatorRef allocator, CFURLRef url) {
+// The whole file behind a URL; empty when it cannot be read, with the reason in *readError.
+CFMutableDataRef ReadURL(CFAllocatorRef allocator, CFURLRef url, PlimError *readError) {
     CFMutableDataRef bytes = CFDataCreateMutable(allocator, 0);
     if (!bytes) return nullptr;
     CFReadStreamRef stream = CFReadStreamCreateWithFile(allocator, url);
+    *readError = stream ? kPlimErrorNone : kPlimErrorOutOfMemory;
     if (stream) {
         if (CFReadStreamOpen(stream)) {
             for (;;) {
@@ -268,6 +286,8 @@ CFMutableDataRef ReadURL(CFAllocatorRef allocator, CFURLRef url) {
                 CFDataAppendBytes(bytes, block, count);
             }
         }
+        if (CFReadStreamGetStatus(stream) == kCFStreamStatusError)
+            *readError = plim::errors::FromErrno(CFReadStreamGetError(stream).error, kPlimErrorReadFailed);
         CFRelease(stream);
     }
     return bytes;
@@ -275,12 +295,8 @@ CFMutableDataRef ReadURL(CFAllocatorRef allocator, CFURLRef url) {
 
 template <typename Source>
 PlimCFImageLoader FromPath(CFAllocatorRef allocator, CFStringRef path, Source fromURL) {
-    if (!path) return nullptr;
-    CFURLRef url = CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, false);
-    if (!url) return nullptr;
-    PlimCFImageLoader loader = fromURL(allocator, url);
-    CFRelease(url);
-    return loader;
+    return plim::io::WithFileURL<PlimCFImageLoader>(nullptr, path, nullptr,
+                                                    [&](CFURLRef url) { return fromURL(allocator, url); });
 }
 
 // A new handle holding a copy of the data's bytes, or null on any memory error.
@@ -297,27 +313,31 @@ Handle CopyToHandle(CFDataRef data) {
 // The content-recognising route: `makeRef` fills in a data reference and its type.
 template <typename MakeRef>
 PlimCFImageLoader FromDataReference(CFAllocatorRef allocator, MakeRef makeRef) {
+    const Mark mark;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(allocator);
     if (!loader) return nullptr;
     Handle dataRef = nullptr;
     OSType dataRefType = 0;
-    if (makeRef(&dataRef, &dataRefType) != noErr) {
+    if (OSErr err = makeRef(&dataRef, &dataRefType)) {
         if (dataRef) DisposeHandle(dataRef);
-        return Fail(loader);
+        return Succeed(loader, false, mark, plim::errors::FromOSErr(err, kPlimErrorInvalidArgument));
     }
     bool ok = PlimCFImageLoaderLoadImageCommon(loader, dataRef, dataRefType);
     DisposeHandle(dataRef);
-    return Succeed(loader, ok);
+    return Succeed(loader, ok, mark, kPlimErrorCorrupt);
 }
 
 // Reads the file behind `url` and hands its bytes to a data creator.
 template <typename FromData>
 PlimCFImageLoader FromFileBytes(CFAllocatorRef allocator, CFURLRef url, FromData fromData) {
-    if (!url) return nullptr;
-    CFMutableDataRef bytes = ReadURL(allocator, url);
+    if (!url) return Fail(kPlimErrorInvalidArgument, nullptr);
+    PlimError readError = kPlimErrorNone;
+    CFMutableDataRef bytes = ReadURL(allocator, url, &readError);
     if (!bytes) return nullptr;
+    // Bytes that could not be read are decoded all the same (and fail); the file says why.
     PlimCFImageLoader loader = fromData(allocator, bytes);
     CFRelease(bytes);
+    if (!loader && readError != kPlimErrorNone) plim::errors::Record(readError);
     return loader;
 }
 
@@ -392,17 +412,20 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreateJPEGImageLoaderFromData(CFAllocatorRef
 // Importer-based formats.
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromData(CFAllocatorRef a, CFDataRef data,
                                                                        OSType subtype) {
-    if (!data) return nullptr;
+    if (!data) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const Mark mark;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
     if (!loader) return nullptr;
     Handle handle = CopyToHandle(data);
-    if (!handle) return Fail(loader);
-    bool ok = OpenADefaultComponent(kImporterType, subtype, &loader->importer) == noErr &&
-              loader->importer &&
-              GraphicsImportSetDataHandle(loader->importer, handle) == noErr &&
-              PlimCFImageLoaderLoadFromGraphicsImporter(loader);
+    if (!handle) return Succeed(loader, false, mark, kPlimErrorOutOfMemory);
+    OSErr err = OpenADefaultComponent(kImporterType, subtype, &loader->importer);
+    if (err == noErr && !loader->importer) err = invalidComponentID;
+    if (err == noErr) err = static_cast<OSErr>(GraphicsImportSetDataHandle(loader->importer, handle));
+    bool ok = err == noErr && PlimCFImageLoaderLoadFromGraphicsImporter(loader);
     DisposeHandle(handle);
-    return Succeed(loader, ok);
+    if (!ok && err != noErr) mark.Fallback(plim::errors::FromOSErr(err, kPlimErrorUnsupportedFormat));
+    if (!ok && CFDataGetLength(data) == 0) plim::errors::Record(kPlimErrorEmpty);
+    return Succeed(loader, ok, mark, kPlimErrorCorrupt);
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromURL(CFAllocatorRef a, CFURLRef url,
@@ -420,13 +443,15 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreateFormattedImageLoaderFromPath(CFAllocat
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreatePICTImageLoaderFromData(CFAllocatorRef a, CFDataRef data) {
-    if (!data) return nullptr;
+    if (!data) return Fail(kPlimErrorInvalidArgument, nullptr);
     CFMutableDataRef file = CFDataCreateMutable(a, 0);
     if (!file) return nullptr;
     CFDataIncreaseLength(file, 512);
     CFDataAppendBytes(file, CFDataGetBytePtr(data), CFDataGetLength(data));
     PlimCFImageLoader loader = PlimCFCreateFormattedImageLoaderFromData(a, file, kSubtypePICT);
     CFRelease(file);
+    // The header in front hides that the caller's data was empty.
+    if (!loader && CFDataGetLength(data) == 0) plim::errors::Record(kPlimErrorEmpty);
     return loader;
 }
 
@@ -452,34 +477,36 @@ PLIM_EXPORT PlimCFImageLoader PlimCFCreatePCTImageLoaderFromPath(CFAllocatorRef 
 
 // Content-recognised formats.
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromURL(CFAllocatorRef a, CFURLRef url) {
-    if (!url) return nullptr;
+    if (!url) return Fail(kPlimErrorInvalidArgument, nullptr);
     return FromDataReference(a, [url](Handle *dataRef, OSType *type) {
         return QTNewDataReferenceFromCFURL(url, 0, dataRef, type);
     });
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromPath(CFAllocatorRef a, CFStringRef path) {
-    if (!path) return nullptr;
+    if (!path) return Fail(kPlimErrorInvalidArgument, nullptr);
     return FromDataReference(a, [path](Handle *dataRef, OSType *type) {
         return QTNewDataReferenceFromFullPathCFString(path, 0, 0, dataRef, type);
     });
 }
 
 PLIM_EXPORT PlimCFImageLoader PlimCFCreateUnknownImageLoaderFromData(CFAllocatorRef a, CFDataRef data) {
-    if (!data) return nullptr;
+    if (!data) return Fail(kPlimErrorInvalidArgument, nullptr);
+    const Mark mark;
     PlimCFImageLoader loader = PlimCFImageLoaderCreate(a);
     if (!loader) return nullptr;
     Handle bytes = CopyToHandle(data);
-    if (!bytes) return Fail(loader);
+    if (!bytes) return Succeed(loader, false, mark, kPlimErrorOutOfMemory);
     Handle dataRef = nullptr;
     OSErr err = PtrToHand(&bytes, &dataRef, sizeof(Handle));
     if (!dataRef || err != noErr || MemError() != noErr) {
         if (dataRef) DisposeHandle(dataRef);
         DisposeHandle(bytes);
-        return Fail(loader);
+        return Succeed(loader, false, mark, kPlimErrorOutOfMemory);
     }
     bool ok = PlimCFImageLoaderLoadImageCommon(loader, dataRef, kHandleDataRef);
     DisposeHandle(dataRef);
     DisposeHandle(bytes);
-    return Succeed(loader, ok);
+    if (!ok && CFDataGetLength(data) == 0) plim::errors::Record(kPlimErrorEmpty);
+    return Succeed(loader, ok, mark, kPlimErrorCorrupt);
 }

@@ -1,13 +1,15 @@
 // Outline records, subpath assembly, the debug listing and the entry point of the alpha path
 // tracer (the tracers themselves are in Tracer.cpp and BoundaryTracer.cpp). The module's
-// running debug log of every trace is collected in a TraceLog and written to standard output in
-// one piece at the end of the call.
+// running debug log of every trace is collected in a TraceLog and written to standard output (or
+// the caller's output hook) in one piece at the end of the call.
 #include "PathFinder.h"
 
 #include <PlimBitmapLib/PlimCFImageAlphaPath.h>
 
 #include "TraceLog.h"
 #include "core/ImageInternal.h"
+#include "platform/runtime/Errors.h"
+#include "platform/runtime/Output.h"
 
 #include <algorithm>
 #include <cmath>
@@ -291,11 +293,14 @@ CGMutablePathRef BuildPath(const PathFinder::SubpathList &subpaths) {
 
 extern "C" CGMutablePathRef PlimCFImageCopyAlphaPath(PlimCFImage image, float threshold) {
     if (!PlimCFImageHasAlpha(image)) return CGPathCreateMutable();
+    const plim::errors::Mark mark;
     PlimCFImagePromoteImage(image, true, true);
     // A promotion that ran out of memory leaves no buffer, or not the ARGB words read below.
     if (!image->buffer || image->bitsPerPixel != 32 || image->alphaInfo != kCGImageAlphaPremultipliedFirst ||
-        image->bytesPerRow != uint64_t{image->width} * 4 || image->width == 0 || image->height == 0)
+        image->bytesPerRow != uint64_t{image->width} * 4 || image->width == 0 || image->height == 0) {
+        mark.Fallback(kPlimErrorUnsupportedLayout);
         return nullptr;
+    }
 
     PathFinder::ImageInfo info;
     info.pixels = static_cast<const uint32_t *>(PlimCFImageGetImageBuffer(image));
@@ -310,9 +315,10 @@ extern "C" CGMutablePathRef PlimCFImageCopyAlphaPath(PlimCFImage image, float th
         PathFinder::TraceLog log;
         PathFinder::SubpathList subpaths =
             PathFinder::AssembleSubpaths(PathFinder::TraceBoundaries(info, cells.get(), log), log);
-        log.WriteTo(stdout);
+        const std::string_view logged = log.Logged();
+        plim::output::Write(kPlimOutputStandardOutput, logged.data(), logged.size());
         return BuildPath(subpaths);
     } catch (const std::bad_alloc &) {
-        return nullptr;
+        return plim::errors::Fail(kPlimErrorOutOfMemory, nullptr);
     }
 }

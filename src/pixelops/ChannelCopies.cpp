@@ -7,6 +7,7 @@
 
 #include "core/ImageInternal.h"
 #include "platform/runtime/CFRef.h"
+#include "platform/runtime/Errors.h"
 
 #include <cstring>
 
@@ -61,15 +62,23 @@ PlimCFImage PlimCFImageCopyAlphaChannel(CFAllocatorRef allocator, PlimCFImage im
         PlimCFImagePromoteImage(temporary.get(), false, true);
         source = temporary.get();
     }
+    const plim::errors::Mark mark;
     const UInt8 *pixels = ARGBPixels(source);
-    if (!pixels) return nullptr;
+    if (!pixels) {
+        mark.Fallback(kPlimErrorUnsupportedLayout);
+        return nullptr;
+    }
 
     UInt32 width = source->width, height = source->height, size = 0;
-    if (width > source->bytesPerRow / 4 || !plim::core::Multiply32(width, height, &size)) return nullptr;
+    if (width > source->bytesPerRow / 4) return plim::errors::Fail(kPlimErrorUnsupportedLayout, nullptr);
+    if (!plim::core::Multiply32(width, height, &size)) return plim::errors::Fail(kPlimErrorTooLarge, nullptr);
     PlimCFImage out = result.get();
     out->colorSpace = CGColorSpaceCreateWithName(kCGColorSpaceGenericGray);
     out->buffer = CFAllocatorAllocate(allocator, size, 0);
-    if (!out->buffer || !out->colorSpace) return nullptr;  // the result's finalizer frees both
+    if (!out->buffer || !out->colorSpace) {
+        mark.Fallback(kPlimErrorOutOfMemory);
+        return nullptr;  // the result's finalizer frees both
+    }
     out->width = width;
     out->height = height;
     out->bitsPerComponent = 8;
@@ -90,7 +99,9 @@ PlimCFImage PlimCFImageCopyAlphaChannel(CFAllocatorRef allocator, PlimCFImage im
 PlimCFImage PlimCFImageCreateWithImageAndMask(CFAllocatorRef allocator, PlimCFImage image, PlimCFImage mask,
                                               Boolean isPremultiplied) {
     UInt32 width = PlimCFImageGetWidth(image), height = PlimCFImageGetHeight(image);
-    if (width != PlimCFImageGetWidth(mask) || height != PlimCFImageGetHeight(mask)) return nullptr;
+    if (width != PlimCFImageGetWidth(mask) || height != PlimCFImageGetHeight(mask))
+        return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
+    const plim::errors::Mark mark;
 
     CFRef<PlimCFImage> opaque(PlimCFImageCopyOpaqueImage(allocator, image));
     if (!opaque) return nullptr;
@@ -108,12 +119,15 @@ PlimCFImage PlimCFImageCreateWithImageAndMask(CFAllocatorRef allocator, PlimCFIm
     UInt8 *out = ARGBPixels(result.get());
     PlimCFImagePromoteImage(grey.get(), false, false);
     const PlimCFImage m = grey.get();
-    if (!colour || !out || !m->buffer || m->bitsPerPixel != 8) return nullptr;
+    if (!colour || !out || !m->buffer || m->bitsPerPixel != 8) {
+        mark.Fallback(kPlimErrorUnsupportedLayout);
+        return nullptr;
+    }
     const PlimCFImage o = opaque.get(), r = result.get();
     // Every image must hold width x height pixels in its rows.
     if (o->width != width || o->height != height || m->width != width || m->height != height ||
         r->width != width || r->height != height || o->bytesPerRow / 4 < width || m->bytesPerRow < width)
-        return nullptr;
+        return plim::errors::Fail(kPlimErrorUnsupportedLayout, nullptr);
 
     const auto *maskBytes = static_cast<const UInt8 *>(m->buffer);
     for (UInt32 y = 0; y < height; ++y) {

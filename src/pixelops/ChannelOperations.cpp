@@ -6,8 +6,9 @@
 #include <PlimBitmapLib/PlimCFImageOperations.h>
 
 #include "core/ImageInternal.h"
+#include "platform/runtime/Errors.h"
+#include "platform/runtime/Output.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace plim::pixel {
@@ -130,10 +131,10 @@ void PlimCFImageConvertToGrayscale(PlimCFImage image) {
     auto w = static_cast<UInt32>(CGImageGetWidth(rendered));
     auto h = static_cast<UInt32>(CGImageGetHeight(rendered));
     UInt32 size = 0;
-    if (!plim::core::Multiply32(w, h, &size)) return;
+    if (!plim::core::Multiply32(w, h, &size)) return plim::errors::Record(kPlimErrorTooLarge);
 
     CGColorSpaceRef grey = CGColorSpaceCreateWithName(kCGColorSpaceGenericGray);
-    if (!grey) return;
+    if (!grey) return plim::errors::Record(kPlimErrorOutOfMemory);
     CFAllocatorRef allocator = CFGetAllocator(image);
     void *bytes = CFAllocatorAllocate(allocator, size, 0);
     if (!bytes) {
@@ -182,7 +183,7 @@ void PlimCFImageRemoveAlphaChannel(PlimCFImage image) {
     // pixels, no memory) the image stays as it is.
     if (!image->buffer || image->bitsPerPixel != 32 || image->alphaInfo != kCGImageAlphaPremultipliedFirst) return;
     if (UnpremultiplyToOpaque(static_cast<UInt8 *>(image->buffer), image->bufferSize >> 2))
-        std::fwrite(kRemoveAlphaMessage, 1, sizeof kRemoveAlphaMessage - 1, stderr);
+        plim::output::Write(kPlimOutputStandardError, kRemoveAlphaMessage);
     PlimCFImageInvalidateImage(image);
 }
 

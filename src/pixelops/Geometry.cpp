@@ -6,6 +6,7 @@
 
 #include "core/ImageInternal.h"
 #include "platform/runtime/CFRef.h"
+#include "platform/runtime/Errors.h"
 
 #include <cmath>
 #include <cstdint>
@@ -71,14 +72,16 @@ void Install(PlimCFImage image, void *bytes, UInt32 width, UInt32 height, const 
 // and installs that buffer. Any failure leaves the image as it was.
 void Rerender(PlimCFImage image, CGImageRef rendered, UInt32 width, UInt32 height, CGRect drawRect) {
     CGColorSpaceRef space = CGImageGetColorSpace(rendered);
-    if (!space) return;
+    if (!space) return plim::errors::Record(kPlimErrorUnsupportedLayout);
     RenderLayout layout;
     UInt32 size = 0;
     if (!LayoutFor(static_cast<UInt32>(CGImageGetBitsPerComponent(rendered)),
                    static_cast<UInt32>(CGImageGetBitsPerPixel(rendered)),
                    static_cast<SInt32>(CGImageGetAlphaInfo(rendered)), width, &layout) ||
         !plim::core::Multiply32(layout.bytesPerRow, height, &size))
-        return;
+        return plim::errors::Record(kPlimErrorTooLarge);
+    // No pixels wide or high: nothing to draw into.
+    if (size == 0) return plim::errors::Record(kPlimErrorInvalidArgument);
 
     CFAllocatorRef allocator = CFGetAllocator(image);
     void *bytes = CFAllocatorAllocate(allocator, size, 0);
@@ -145,7 +148,7 @@ void CropByCopying(PlimCFImage image, UInt32 x, UInt32 top, UInt32 width, UInt32
     UInt32 size = 0;
     if (!LayoutFor(8, image->bitsPerPixel, image->alphaInfo, width, &layout) ||
         !plim::core::Multiply32(layout.bytesPerRow, height, &size))
-        return;
+        return plim::errors::Record(kPlimErrorTooLarge);
     auto *bytes = static_cast<UInt8 *>(CFAllocatorAllocate(CFGetAllocator(image), size, 0));
     if (!bytes) return;
     const size_t pixelBytes = image->bitsPerPixel / 8;
@@ -186,6 +189,7 @@ void CropToRect(PlimCFImage image, CGRect rect, bool copyRows) {
     UInt32 w = PlimCFImageGetWidth(image), h = PlimCFImageGetHeight(image);
     auto fw = static_cast<float>(w), fh = static_cast<float>(h);
     if (r.origin.x == 0.0f && r.origin.y == 0.0f && r.size.width == fw && r.size.height == fh) return;
+    if (w == 0 || h == 0) return plim::errors::Record(kPlimErrorNoPixels);
 
     // A negative origin moves to the edge without shortening the rectangle; the far edges are
     // cut at the picture's.
@@ -195,10 +199,11 @@ void CropToRect(PlimCFImage image, CGRect rect, bool copyRows) {
     float height = CGRectGetMaxY(CGRectMake(x, y, width, r.size.height)) > fh ? fh - y : r.size.height;
     // Nothing of the picture left (a rectangle wholly beyond the right or top edge, an empty
     // or null one): keep the image rather than make an empty or zero-filled one.
-    if (!(width > 0.0f) || !(height > 0.0f)) return;
+    if (!(width > 0.0f) || !(height > 0.0f)) return plim::errors::Record(kPlimErrorInvalidArgument);
     CGRect crop = CGRectIntegral(CGRectStandardize(CGRectMake(x, y, width, height)));
     UInt32 nw = 0, nh = 0;
-    if (!RoundSize(crop.size.width, &nw) || !RoundSize(crop.size.height, &nh)) return;
+    if (!RoundSize(crop.size.width, &nw) || !RoundSize(crop.size.height, &nh))
+        return plim::errors::Record(kPlimErrorInvalidArgument);
 
     // The rectangle now lies inside the picture on whole pixels, so the draw would be a copy.
     if (copyRows && RowsCopyExactly(image)) {
@@ -248,7 +253,9 @@ void PlimCFImageCropToRect(PlimCFImage image, CGRect rect) { plim::pixel::CropTo
 
 void PlimCFImageScaleToSize(PlimCFImage image, CGSize size) {
     UInt32 nw = 0, nh = 0;
-    if (!RoundSize(size.width, &nw) || !RoundSize(size.height, &nh)) return;
+    // A negative, not finite or too large size does nothing.
+    if (!RoundSize(size.width, &nw) || !RoundSize(size.height, &nh))
+        return plim::errors::Record(kPlimErrorInvalidArgument);
     if (nw == PlimCFImageGetWidth(image) && nh == PlimCFImageGetHeight(image)) return;
     const CGRect all = CGRectMake(0.0f, 0.0f, static_cast<float>(nw), static_cast<float>(nh));
     if (plim::CFRef<CGImageRef> borrowed = BorrowBufferAsImage(image)) {

@@ -3,13 +3,14 @@
 
 #include <PlimBitmapLib/PlimPixelBuffer.h>
 
+#include "platform/runtime/Output.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 
 namespace plim::pixel {
 
@@ -95,7 +96,7 @@ void UnpremultiplyPixels(UInt8 *pixels, UInt32 length, const char (&message)[61]
     }
     // One message per call however many pixels are invalid; which pixel came first does not
     // change the text, so it is written after the pass.
-    if (invalid) std::fwrite(message, 1, sizeof message - 1, stderr);
+    if (invalid) plim::output::Write(kPlimOutputStandardError, message);
 }
 
 const char kARGBMessage[61] = "PlimCFUnpremultiplyARGBBuffer - invalid unpremultiplication\n";

@@ -37,6 +37,13 @@ int main(void) {
     CHECK(strcmp(PlimGetVersionString(), PLIM_VERSION_STRING) == 0);
     CHECK(PLIM_VERSION == PLIM_VERSION_MAJOR * 10000 + PLIM_VERSION_MINOR * 100 + PLIM_VERSION_PATCH);
 
+    /* Why a call failed, from C. */
+    PlimClearLastError();
+    CHECK(PlimCFColorMatchListCreate(NULL, 0, 5) == NULL);
+    CHECK(PlimGetLastError() == kPlimErrorInvalidArgument);
+    CHECK(strcmp(PlimGetErrorText(kPlimErrorFileNotFound), "file not found") == 0);
+    CHECK(PlimGetOutputHook(NULL) == NULL);
+
     data = CFDataCreateMutable(NULL, 0);
     CFDataAppendBytes(data, (const UInt8 *)"abc", 3);
     CHECK(CFDataGetLength(data) == 3);

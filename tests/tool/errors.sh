@@ -85,8 +85,22 @@ rm -f err.txt
 
 # --- missing, corrupt and unsupported input (1) ---
 expect 1 flip missing.png out.png
-grep -q . <("$plim" flip missing.png out.png 2>&1 | grep "cannot read 'missing.png': No such file or directory") ||
-    fail "the missing-file message should name the file and the reason"
+mkdir folder.png
+printf 'not a picture at all' >bad.pict
+# The message names the file and the library's reason; a loader's own message joins that line.
+for case in "missing.png|cannot read 'missing.png': file not found" \
+            "folder.png|cannot read 'folder.png': not a regular file" \
+            "empty.png|cannot load 'empty.png': the data is empty" \
+            "truncated.png|cannot load 'truncated.png': the data is truncated" \
+            "text.png|cannot load 'text.png': unsupported format" \
+            "bad.pict|cannot load 'bad.pict': the data is corrupt (Corrupt PICT data found, cannot load image)"; do
+    in=${case%%|*}
+    expect 1 flip "$in" out.png
+    [ "$("$plim" flip "$in" out.png 2>&1)" = "plim: flip: ${case#*|}" ] ||
+        fail "flip $in should say '${case#*|}', got: $("$plim" flip "$in" out.png 2>&1)"
+done
+rmdir folder.png
+rm bad.pict
 expect 1 invert truncated.png out.png
 expect 1 invert text.png out.png
 expect 1 invert empty.png out.png

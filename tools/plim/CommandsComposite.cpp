@@ -39,17 +39,22 @@ CGRect ToCGRect(const PixelRect &r) {
                       static_cast<float>(r.width), static_cast<float>(r.height));
 }
 
-// Draws the pairs, in order, with one library call (which copies the source once).
-void DrawPairs(PlimCFImage src, PlimCFImage dest, const std::vector<ClippedPair> &pairs,
-               PlimCompositeOperation operation) {
-    if (pairs.empty()) return;
+// Draws the pairs, in order, with one library call (which copies the source once). False with
+// *error when the library could not draw them.
+bool DrawPairs(PlimCFImage src, PlimCFImage dest, const std::vector<ClippedPair> &pairs,
+               PlimCompositeOperation operation, std::string *error) {
+    if (pairs.empty()) return true;
     std::vector<CGRect> srcRects, destRects;
     for (const ClippedPair &pair : pairs) {
         srcRects.push_back(ToCGRect(pair.src));
         destRects.push_back(ToCGRect(pair.dest));
     }
+    PlimClearLastError();
     PlimCFImageComposite(src, dest, srcRects.data(), destRects.data(),
                          static_cast<UInt32>(srcRects.size()), operation);
+    if (PlimGetLastError() == kPlimErrorNone) return true;
+    *error = WithLibraryReason("the library cannot draw into this image");
+    return false;
 }
 
 // (a * numerator) / denominator rounded to nearest, for non-negative a and positive others.
@@ -67,8 +72,7 @@ bool CompositePair(PlimCFImage src, PlimCFImage dest, PixelRect s, PixelRect d,
             *error = "it lies outside the images";
             return false;
         }
-        DrawPairs(src, dest, {*pair}, operation);
-        return true;
+        return DrawPairs(src, dest, {*pair}, operation, error);
     }
     // Scaled: the part of the source rectangle outside the source image has nothing to draw, so
     // the destination rectangle shrinks with it, in proportion.
@@ -104,8 +108,7 @@ bool CompositePair(PlimCFImage src, PlimCFImage dest, PixelRect s, PixelRect d,
         return false;
     std::optional<ClippedPair> pair =
         ClipPair(PixelRect{0, 0, d.width, d.height}, d, WholeImage(scaled.get()), destImage);
-    if (pair) DrawPairs(scaled.get(), dest, {*pair}, operation);
-    return true;
+    return !pair || DrawPairs(scaled.get(), dest, {*pair}, operation, error);
 }
 
 bool ParseRects(const std::string &sub, const std::vector<std::string> &texts,
@@ -271,13 +274,12 @@ int RunTile(const Args &args) {
                                            shown.width, shown.height},
                                  shown});
                 if (pairs.size() == kBatch) {
-                    DrawPairs(src, dest, pairs, *operation);
+                    if (!DrawPairs(src, dest, pairs, *operation, error)) return false;
                     pairs.clear();
                 }
             }
         }
-        DrawPairs(src, dest, pairs, *operation);
-        return true;
+        return DrawPairs(src, dest, pairs, *operation, error);
     });
 }
 

@@ -66,19 +66,21 @@ void ResolveScale(const ScaleRequest &r, long width, long height, long *outWidth
 bool CropImage(PlimCFImage image, const PixelRect &rect, std::string *error) {
     // The library crops in drawing space, y counted up from the bottom row.
     long height = static_cast<long>(PlimCFImageGetHeight(image));
+    PlimClearLastError();
     PlimCFImageCropToRect(image, CGRectMake(static_cast<float>(rect.x),
                                             static_cast<float>(height - rect.Bottom()),
                                             static_cast<float>(rect.width),
                                             static_cast<float>(rect.height)));
     if (HasSize(image, rect.width, rect.height)) return true;
-    *error = "the library cannot crop this image (" + LayoutOf(image) + ")";
+    *error = WithLibraryReason("the library cannot crop this image (" + LayoutOf(image) + ")");
     return false;
 }
 
 bool ScaleImage(PlimCFImage image, long width, long height, std::string *error) {
+    PlimClearLastError();
     PlimCFImageScaleToSize(image, CGSizeMake(static_cast<float>(width), static_cast<float>(height)));
     if (HasSize(image, width, height)) return true;
-    *error = "the library cannot scale this image (" + LayoutOf(image) + ")";
+    *error = WithLibraryReason("the library cannot scale this image (" + LayoutOf(image) + ")");
     return false;
 }
 
@@ -186,14 +188,15 @@ int RunSimpleOperation(const std::string &sub, const Args &args) {
     if (entry->inPlace) {
         return RunLoadChangeWrite(sub, parsed, parsed.positional[0], parsed.positional[1],
                                   [entry](PlimCFImage image, std::string *error) {
+                                      PlimClearLastError();
                                       entry->inPlace(image);
                                       // Pixel operations work on the library's buffer: without
                                       // one, nothing was done.
                                       if (PlimCFImageGetImageBuffer(image) &&
                                           (!entry->done || entry->done(image)))
                                           return true;
-                                      *error = "the library cannot do this to the image (" +
-                                               LayoutOf(image) + ")";
+                                      *error = WithLibraryReason("the library cannot do this to the image (" +
+                                                                 LayoutOf(image) + ")");
                                       return false;
                                   });
     }
@@ -202,8 +205,9 @@ int RunSimpleOperation(const std::string &sub, const Args &args) {
     std::string error;
     ImageRef image(LoadImageFile(parsed.positional[0], &error));
     if (!image.get()) return PrintError(sub, error), kExitFailure;
+    PlimClearLastError();
     ImageRef result(entry->copy(nullptr, image.get()));
-    if (!result.get()) return PrintError(sub, "the operation failed"), kExitFailure;
+    if (!result.get()) return PrintError(sub, WithLibraryReason("the operation failed")), kExitFailure;
     if (!WriteImageFile(result.get(), parsed.positional[1], *output, &error))
         return PrintError(sub, error), kExitFailure;
     return kExitOK;
@@ -227,9 +231,10 @@ int RunMask(const Args &args) {
     }
     // The mask's grey values are its alpha, so bring a colour mask to grey first.
     if (PlimCFImageIsColor(mask.get())) PlimCFImageConvertToGrayscale(mask.get());
+    PlimClearLastError();
     ImageRef result(PlimCFImageCreateWithImageAndMask(nullptr, image.get(), mask.get(),
                                                          parsed.Has("--premultiplied")));
-    if (!result.get()) return PrintError("mask", "the operation failed"), kExitFailure;
+    if (!result.get()) return PrintError("mask", WithLibraryReason("the operation failed")), kExitFailure;
     if (!WriteImageFile(result.get(), parsed.positional[2], *output, &error))
         return PrintError("mask", error), kExitFailure;
     return kExitOK;

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -240,43 +239,70 @@ std::string FormatNameOf(std::string_view bytes, const std::string &path) {
 }
 
 PlimCFImage LoadImageFile(const std::string &path, std::string *error, std::string *formatName) {
-    std::string bytes;
-    if (!ReadInput(path, &bytes, error)) return nullptr;
     const std::string shown = IsStdio(path) ? "standard input" : "'" + path + "'";
-    if (bytes.empty()) {
-        *error = "unsupported or corrupt image " + shown + ": the file is empty";
-        return nullptr;
-    }
-    if (formatName) *formatName = FormatNameOf(bytes, path);
-    CFRef<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()),
-                                          static_cast<CFIndex>(bytes.size())));
-    if (!data.get()) {
-        *error = "cannot read " + shown + ": out of memory";
-        return nullptr;
-    }
     // The extension picks the loader for picture files, which carry no reliable signature;
     // everything else is recognised by its content.
     PlimImageFormat format = kPlimImageFormatUnknown;
     std::optional<OutputFormat> named = OutputFormatFromPath(path);
     if (named == OutputFormat::PICT) format = kPlimImageFormatPICT;
     if (named == OutputFormat::PCT) format = kPlimImageFormatPCT;
-    PlimCFImage image = format != kPlimImageFormatUnknown
-                            ? PlimCFImageCreateWithFormattedData(nullptr, data.get(), format)
-                            : PlimCFImageCreateWithData(nullptr, data.get());
+
+    CollectLibraryMessages messages;
+    PlimClearLastError();
+    PlimCFImage image = nullptr;
+    std::string bytes;  // standard input's, or the start of the file (for its format's name)
+    CFRef<CFStringRef> cfPath(IsStdio(path) ? nullptr
+                                            : CFStringCreateWithCString(nullptr, path.c_str(), kCFStringEncodingUTF8));
+    if (cfPath.get()) {
+        // The library reads the file itself, so that it can say why it could not.
+        if (format != kPlimImageFormatUnknown) {
+            image = PlimCFImageCreateWithPathAndFormat(nullptr, cfPath.get(), format);
+        } else {
+            CFRef<PlimCFImageLoader> loader(PlimCFCreateUnknownImageLoaderFromPath(nullptr, cfPath.get()));
+            if (CGImageRef decoded = loader.get() ? PlimCFImageLoaderCopyImage(loader.get()) : nullptr) {
+                image = PlimCFImageCreateWithImage(nullptr, decoded);
+                CGImageRelease(decoded);
+            }
+        }
+        if (image && formatName) {
+            std::ifstream file(path, std::ios::binary);
+            char head[64];
+            file.read(head, sizeof head);
+            bytes.assign(head, static_cast<size_t>(file.gcount()));
+        }
+    } else {
+        // Standard input, or a file name that is not UTF-8: the tool reads the bytes.
+        if (!ReadInput(path, &bytes, error)) return nullptr;
+        CFRef<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()),
+                                              static_cast<CFIndex>(bytes.size())));
+        if (data.get())
+            image = format != kPlimImageFormatUnknown
+                        ? PlimCFImageCreateWithFormattedData(nullptr, data.get(), format)
+                        : PlimCFImageCreateWithData(nullptr, data.get());
+    }
     if (!image || PlimCFImageGetWidth(image) == 0 || PlimCFImageGetHeight(image) == 0) {
         if (image) CFRelease(image);
-        *error = "unsupported or corrupt image " + shown;
+        PlimError reason = PlimGetLastError();
+        bool unreadable = reason == kPlimErrorFileNotFound || reason == kPlimErrorNotRegularFile ||
+                          reason == kPlimErrorPermissionDenied || reason == kPlimErrorReadFailed;
+        *error = reason == kPlimErrorNone
+                     ? "unsupported or corrupt image " + shown
+                     : (unreadable ? "cannot read " : "cannot load ") + shown + ": " + PlimGetErrorText(reason);
+        // What a loader said about the data, such as the damage it found in a picture.
+        if (!unreadable && !messages.OneLine().empty()) *error += " (" + messages.OneLine() + ")";
         return nullptr;
     }
+    if (formatName) *formatName = FormatNameOf(bytes, path);
     return image;
 }
 
 bool WriteImageFile(PlimCFImage image, const std::string &path, const OutputChoice &output,
                     std::string *error) {
+    PlimClearLastError();
     CFRef<CFDataRef> data(EncodeImage(image, output));
     if (!data.get()) {
-        *error = "cannot encode the image for " +
-                 (IsStdio(path) ? std::string("standard output") : "'" + path + "'");
+        *error = WithLibraryReason("cannot encode the image for " +
+                                   (IsStdio(path) ? std::string("standard output") : "'" + path + "'"));
         return false;
     }
     return WriteBytesAtomically(path, CFDataGetBytePtr(data.get()),
@@ -289,37 +315,27 @@ bool WriteTextFile(const std::string &path, std::string_view text, std::string *
 
 std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold,
                                             std::FILE *showLogOn, std::string *error) {
+    PlimClearLastError();
     CFRef<CFDataRef> png(PlimCFImageCopyPNGData(nullptr, image));
     if (!png.get()) {
-        *error = "cannot encode the image as PNG";
+        *error = WithLibraryReason("cannot encode the image as PNG");
         return std::nullopt;
     }
-    // The tracer logs every trace on standard output; send it where it was asked for, or to
-    // /dev/null.
-    std::fflush(stdout);
-    std::cout.flush();
-    int savedStdout = -1;
-    if (showLogOn != stdout) {
-        int target = showLogOn ? dup(fileno(showLogOn)) : open("/dev/null", O_WRONLY);
-        savedStdout = dup(STDOUT_FILENO);
-        if (target >= 0 && savedStdout >= 0) dup2(target, STDOUT_FILENO);
-        if (target >= 0) close(target);
-    }
-    CGMutablePathRef path = PlimCFImageCopyAlphaPath(image, threshold);
-    std::fflush(stdout);
-    std::cout.flush();
-    if (savedStdout >= 0) {
-        dup2(savedStdout, STDOUT_FILENO);
-        close(savedStdout);
+    CGMutablePathRef path = nullptr;
+    {
+        // The tracer logs every trace; the log is shown only where it was asked for.
+        std::fflush(stdout);
+        ShowTraceLog log(showLogOn);
+        path = PlimCFImageCopyAlphaPath(image, threshold);
     }
     if (!path) {
-        *error = "cannot trace the alpha outline";
+        *error = WithLibraryReason("cannot trace the alpha outline");
         return std::nullopt;
     }
     CFRef<CFStringRef> svgPath(PlimCGPathCopySVGString(path));
     CGPathRelease(path);
     if (!svgPath.get()) {
-        *error = "cannot trace the alpha outline";
+        *error = WithLibraryReason("cannot trace the alpha outline");
         return std::nullopt;
     }
     UInt32 width = PlimCFImageGetWidth(image);

@@ -58,7 +58,8 @@ bool ReadInput(const std::string &path, std::string *bytes, std::string *error);
 std::string FormatNameOf(std::string_view bytes, const std::string &path);
 
 // Loads an image file ("-": standard input). On failure returns null and sets *error to a
-// one-line message naming the path ("cannot read ...", "unsupported or corrupt image ...").
+// one-line message naming the path and the library's reason ("cannot read 'x.png': file not
+// found", "cannot load 'y.jpg': the data is truncated").
 // *formatName, when given, receives FormatNameOf the file.
 PlimCFImage LoadImageFile(const std::string &path, std::string *error,
                           std::string *formatName = nullptr);
@@ -73,10 +74,41 @@ bool WriteTextFile(const std::string &path, std::string_view text, std::string *
 
 // An SVG document showing the image (embedded as a PNG data URI) with its alpha outline at the given
 // threshold stroked on top. The tracer's own log is dropped, or shown on the given stream
-// (stdout or stderr).
+// (stdout or stderr) through the output hook of InstallLibraryOutput.
 // Returns nullopt and sets *error when the image cannot be encoded or traced.
 std::optional<std::string> TraceSVGDocument(PlimCFImage image, float threshold,
                                             std::FILE *showLogOn, std::string *error);
+
+// The library's messages (LibraryMessages.cpp). InstallLibraryOutput sets the output hook for the
+// run: the tracer's log is dropped unless a ShowTraceLog is alive, and the loaders' and other
+// messages go to stderr unless a CollectLibraryMessages is alive.
+void InstallLibraryOutput();
+class ShowTraceLog {
+public:
+    explicit ShowTraceLog(std::FILE *stream);  // null: drop the log
+    ~ShowTraceLog();
+    ShowTraceLog(const ShowTraceLog &) = delete;
+    ShowTraceLog &operator=(const ShowTraceLog &) = delete;
+
+private:
+    std::FILE *previous_;
+};
+class CollectLibraryMessages {
+public:
+    CollectLibraryMessages();
+    ~CollectLibraryMessages();
+    CollectLibraryMessages(const CollectLibraryMessages &) = delete;
+    CollectLibraryMessages &operator=(const CollectLibraryMessages &) = delete;
+    // What was collected, as one line ("a; b"), empty when nothing was.
+    std::string OneLine() const;
+
+private:
+    std::string text_;
+    std::string *previous_;
+};
+// "<message>: <reason>" with the text of the library's last error (PlimGetLastError); the message
+// alone when there is none. Clear the last error before the call whose failure is explained.
+std::string WithLibraryReason(const std::string &message);
 
 // Exit codes shared by every subcommand.
 constexpr int kExitOK = 0;

@@ -100,6 +100,7 @@ std::string UsageText(const std::string &sub) {
 
 int main(int argc, char **argv) {
     using namespace plimtool;
+    InstallLibraryOutput();
     if (argc < 2) {
         std::fputs("plim: missing subcommand (try 'plim --help')\n", stderr);
         return kExitUsage;

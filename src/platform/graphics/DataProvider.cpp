@@ -1,6 +1,8 @@
 // Data providers: bytes handed to rendered images, released exactly once.
 #include "platform/graphics/GraphicsTypes.h"
+#include "platform/runtime/Errors.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,23 +38,25 @@ void FreeBytes(void *, const void *data, size_t) { std::free(const_cast<void *>(
 
 void ReleaseCFData(void *info, const void *, size_t) { CFRelease(static_cast<CFDataRef>(info)); }
 
-// The whole file, or null. Files past the 32-bit size limit are refused.
+// The whole file, or null with the reason recorded. Files past the 32-bit size limit are refused.
 void *ReadFile(const char *path, size_t *size) {
+    using plim::errors::FromErrno;
     std::FILE *file = std::fopen(path, "rb");
-    if (!file) return nullptr;
+    if (!file) return plim::errors::Fail(FromErrno(errno, kPlimErrorReadFailed), nullptr);
     size_t capacity = 1 << 16, used = 0;
     auto *bytes = static_cast<unsigned char *>(std::malloc(capacity));
+    if (!bytes) plim::errors::Record(kPlimErrorOutOfMemory);
     while (bytes) {
         if (used == capacity) {
             if (capacity > std::numeric_limits<uint32_t>::max() / 2) {
                 std::free(bytes);
-                bytes = nullptr;
+                bytes = plim::errors::Fail(kPlimErrorTooLarge, nullptr);
                 break;
             }
             void *grown = std::realloc(bytes, capacity * 2);
             if (!grown) {
                 std::free(bytes);
-                bytes = nullptr;
+                bytes = plim::errors::Fail(kPlimErrorOutOfMemory, nullptr);
                 break;
             }
             bytes = static_cast<unsigned char *>(grown);
@@ -62,6 +66,7 @@ void *ReadFile(const char *path, size_t *size) {
         used += got;
         if (got == 0) {
             if (std::ferror(file)) {
+                plim::errors::Record(FromErrno(errno, kPlimErrorReadFailed));
                 std::free(bytes);
                 bytes = nullptr;
             }

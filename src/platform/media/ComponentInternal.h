@@ -4,6 +4,7 @@
 #include <PlimBitmapLib/platform/QuickTimeComponents.h>
 
 #include "platform/graphics/decoders/Raster.h"
+#include "platform/runtime/Errors.h"
 
 #include <cstdint>
 #include <vector>
@@ -63,6 +64,11 @@ OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportJPEGAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 OSErr ExportTIFF(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file);
+
+// Records why an importer failed where its result code says less (a picture over the limits is
+// reported as memFullErr or codecUnimpErr, a file that ends early as bad data), and returns the
+// code.
+inline OSErr ImportFailure(PlimError reason, OSErr code) { return errors::Fail(reason, code); }
 
 // Brings grey rasters to A,R,G,B so that every importer draws from one layout.
 bool ExpandGreyToARGB(decoders::Raster *raster);

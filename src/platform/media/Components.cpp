@@ -1,12 +1,14 @@
 // Component instances of the media layer: graphics importers and exporters, the registry that
 // finds them by subtype or by content, and data references.
 #include "platform/media/ComponentInternal.h"
+#include "platform/runtime/Errors.h"
 #include "platform/runtime/NoThrow.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 #include <PlimBitmapLib/platform/MacMemory.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -70,18 +72,19 @@ Handle NewHandleWith(const void *bytes, size_t size) {
     return h;
 }
 
+// The whole file; false, with the reason recorded, when it cannot be read.
 bool ReadFile(const char *path, std::vector<uint8_t> *out) {
     FILE *f = std::fopen(path, "rb");
-    if (!f) return false;
+    if (!f) return plim::errors::Fail(plim::errors::FromErrno(errno, kPlimErrorReadFailed), false);
     uint8_t block[65536];
     size_t n;
     bool ok = true;
     try {
         while ((n = std::fread(block, 1, sizeof block, f)) > 0) out->insert(out->end(), block, block + n);
     } catch (const std::bad_alloc &) {
-        ok = false;
+        ok = plim::errors::Fail(kPlimErrorOutOfMemory, false);
     }
-    ok = ok && !std::ferror(f);
+    if (ok && std::ferror(f)) ok = plim::errors::Fail(plim::errors::FromErrno(errno, kPlimErrorReadFailed), false);
     std::fclose(f);
     return ok;
 }
@@ -341,7 +344,10 @@ PLIM_EXPORT OSErr GetGraphicsImporterForDataRefWithFlags(Handle dataRef, OSType 
     const uint8_t *data = source ? reinterpret_cast<const uint8_t *>(*source) : bytes.data();
     size_t size = source ? static_cast<size_t>(GetHandleSize(source)) : bytes.size();
     const ImporterEntry *entry = RecogniseImporter(data, size);
-    if (!entry) return cantFindHandler;
+    if (!entry) {
+        if (size == 0) plim::errors::Record(kPlimErrorEmpty);
+        return cantFindHandler;
+    }
     ComponentInstance instance = nullptr;
     OSErr err = OpenADefaultComponent(GraphicsImporterComponentType, entry->subtype, &instance);
     if (err != noErr) return err;

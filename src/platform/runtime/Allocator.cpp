@@ -1,5 +1,6 @@
 // Allocators: the C heap by default, and allocators made from caller callbacks.
 #include "RuntimeInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 
@@ -90,7 +91,9 @@ CFAllocatorRef CFAllocatorCreate(CFAllocatorRef allocator, CFAllocatorContext *c
 void *CFAllocatorAllocate(CFAllocatorRef allocator, CFIndex size, CFOptionFlags hint) {
     if (size <= 0) return nullptr;
     const CFAllocatorContext &context = ContextOf(allocator);
-    return context.allocate(size, hint, context.info);
+    void *memory = context.allocate(size, hint, context.info);
+    if (!memory) plim::errors::Record(kPlimErrorOutOfMemory);
+    return memory;
 }
 
 void *CFAllocatorReallocate(CFAllocatorRef allocator, void *ptr, CFIndex newsize,
@@ -101,7 +104,9 @@ void *CFAllocatorReallocate(CFAllocatorRef allocator, void *ptr, CFIndex newsize
         return nullptr;
     }
     const CFAllocatorContext &context = ContextOf(allocator);
-    return context.reallocate ? context.reallocate(ptr, newsize, hint, context.info) : nullptr;
+    void *memory = context.reallocate ? context.reallocate(ptr, newsize, hint, context.info) : nullptr;
+    if (!memory) plim::errors::Record(kPlimErrorOutOfMemory);
+    return memory;
 }
 
 void CFAllocatorDeallocate(CFAllocatorRef allocator, void *ptr) {

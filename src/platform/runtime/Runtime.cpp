@@ -1,5 +1,6 @@
 // Type registry, instance creation and the calls every object answers.
 #include "RuntimeInternal.h"
+#include "platform/runtime/Errors.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 
@@ -74,7 +75,9 @@ CFTypeRef _CFRuntimeCreateInstance(CFAllocatorRef allocator, CFTypeID typeID, CF
                                    unsigned char *) {
     const CFRuntimeClass *cls = _CFRuntimeGetClassWithTypeID(typeID);
     CFIndex size = 0;
-    if (!cls || allocator == kCFAllocatorNull || !InstanceSize(extraBytes, &size)) return nullptr;
+    if (!cls || !InstanceSize(extraBytes, &size)) return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
+    // The null allocator hands out nothing, as if memory had run out.
+    if (allocator == kCFAllocatorNull) return plim::errors::Fail(kPlimErrorOutOfMemory, nullptr);
     void *memory = CFAllocatorAllocate(allocator, size, 0);
     if (!memory) return nullptr;
     std::memset(memory, 0, static_cast<size_t>(size));

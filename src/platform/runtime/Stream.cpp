@@ -18,7 +18,18 @@ struct StreamCommon {
     CFURLRef url;
     int fd;
     CFStreamStatus status;
+    int error;  // errno of the failure that set the error status
 };
+
+void SetError(StreamCommon &s, int error) {
+    s.status = kCFStreamStatusError;
+    s.error = error;
+}
+
+CFStreamError ErrorOf(const StreamCommon &s) {
+    if (s.status != kCFStreamStatusError) return CFStreamError{0, 0};
+    return CFStreamError{kCFStreamErrorDomainPOSIX, static_cast<SInt32>(s.error)};
+}
 
 bool PathOf(CFURLRef url, char (&path)[PATH_MAX]) {
     return CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8 *>(path), PATH_MAX);
@@ -38,6 +49,7 @@ T *CreateStream(CFAllocatorRef alloc, CFTypeID typeID, CFURLRef fileURL) {
     stream->common.url = static_cast<CFURLRef>(CFRetain(fileURL));
     stream->common.fd = -1;
     stream->common.status = kCFStreamStatusNotOpen;
+    stream->common.error = 0;
     return stream;
 }
 
@@ -80,7 +92,7 @@ CFIndex ReadSome(__CFReadStream *stream, UInt8 *buffer, CFIndex length) {
         n = ::read(s.fd, buffer, static_cast<size_t>(length));
     } while (n < 0 && errno == EINTR);
     if (n < 0) {
-        s.status = kCFStreamStatusError;
+        SetError(s, errno);
         return -1;
     }
     if (n == 0) s.status = kCFStreamStatusAtEnd;
@@ -113,9 +125,12 @@ Boolean CFReadStreamOpen(CFReadStreamRef stream) {
     char path[PATH_MAX];
     if (!stream->block)
         stream->block = static_cast<UInt8 *>(CFAllocatorAllocate(CFGetAllocator(stream), kBlockSize, 0));
-    if (!stream->block || !PathOf(s.url, path) ||
-        (s.fd = ::open(path, O_RDONLY | O_CLOEXEC)) < 0) {
-        s.status = kCFStreamStatusError;
+    if (!stream->block || !PathOf(s.url, path)) {
+        SetError(s, stream->block ? ENAMETOOLONG : ENOMEM);
+        return false;
+    }
+    if ((s.fd = ::open(path, O_RDONLY | O_CLOEXEC)) < 0) {
+        SetError(s, errno);
         return false;
     }
     s.status = kCFStreamStatusOpen;
@@ -123,6 +138,8 @@ Boolean CFReadStreamOpen(CFReadStreamRef stream) {
 }
 
 CFStreamStatus CFReadStreamGetStatus(CFReadStreamRef stream) { return stream->common.status; }
+
+CFStreamError CFReadStreamGetError(CFReadStreamRef stream) { return ErrorOf(stream->common); }
 
 const UInt8 *CFReadStreamGetBuffer(CFReadStreamRef stream, CFIndex maxBytesToRead, CFIndex *numBytesRead) {
     CFIndex want = maxBytesToRead > 0 && maxBytesToRead < kBlockSize ? maxBytesToRead : kBlockSize;
@@ -150,8 +167,12 @@ Boolean CFWriteStreamOpen(CFWriteStreamRef stream) {
     StreamCommon &s = stream->common;
     if (s.status != kCFStreamStatusNotOpen) return false;
     char path[PATH_MAX];
-    if (!PathOf(s.url, path) || (s.fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) < 0) {
-        s.status = kCFStreamStatusError;
+    if (!PathOf(s.url, path)) {
+        SetError(s, ENAMETOOLONG);
+        return false;
+    }
+    if ((s.fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) < 0) {
+        SetError(s, errno);
         return false;
     }
     s.status = kCFStreamStatusOpen;
@@ -159,6 +180,8 @@ Boolean CFWriteStreamOpen(CFWriteStreamRef stream) {
 }
 
 CFStreamStatus CFWriteStreamGetStatus(CFWriteStreamRef stream) { return stream->common.status; }
+
+CFStreamError CFWriteStreamGetError(CFWriteStreamRef stream) { return ErrorOf(stream->common); }
 
 CFIndex CFWriteStreamWrite(CFWriteStreamRef stream, const UInt8 *buffer, CFIndex bufferLength) {
     StreamCommon &s = stream->common;
@@ -168,7 +191,7 @@ CFIndex CFWriteStreamWrite(CFWriteStreamRef stream, const UInt8 *buffer, CFIndex
         ssize_t n = ::write(s.fd, buffer + written, static_cast<size_t>(bufferLength - written));
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
-            s.status = kCFStreamStatusError;
+            SetError(s, n < 0 ? errno : EIO);
             return -1;
         }
         written += static_cast<CFIndex>(n);

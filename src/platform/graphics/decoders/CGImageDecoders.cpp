@@ -63,10 +63,14 @@ namespace {
 template <bool (*Decode)(const uint8_t *, size_t, Raster *)>
 CGImageRef CreateWith(CGDataProviderRef source, bool shouldInterpolate,
                       CGColorRenderingIntent intent) {
-    if (!source || !plim::graphics::KnownIntent(intent)) return nullptr;
+    if (!source || !plim::graphics::KnownIntent(intent))
+        return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
     Raster raster;
     if (!Decode(static_cast<const uint8_t *>(source->data), source->size, &raster)) return nullptr;
-    return plim::decoders::CreateImageFromRaster(&raster, shouldInterpolate, intent);
+    const plim::errors::Mark mark;
+    CGImageRef image = plim::decoders::CreateImageFromRaster(&raster, shouldInterpolate, intent);
+    if (!image) mark.Fallback(kPlimErrorOutOfMemory);
+    return image;
 }
 
 }  // namespace

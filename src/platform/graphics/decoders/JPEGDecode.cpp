@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <jpeglib.h>
+#include <jerror.h>
 
 #include <csetjmp>
 #include <cstring>
@@ -19,6 +20,7 @@ struct ErrorManager {
 };
 
 void ErrorExit(j_common_ptr cinfo) {
+    if (cinfo->err->msg_code == JERR_OUT_OF_MEMORY) errors::Record(kPlimErrorOutOfMemory);
     longjmp(reinterpret_cast<ErrorManager *>(cinfo->err)->jump, 1);
 }
 void SilentMessage(j_common_ptr) {}
@@ -53,8 +55,9 @@ bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t 
     // Refused before the decoder sizes its buffers (a progressive file's hold the whole
     // picture): pictures over the limit, and files that end with the scan header, where the
     // decoder would make up every pixel.
-    if (!DimensionsAcceptable(cinfo->image_width, cinfo->image_height) || !HasScanData(cinfo->src))
-        return false;
+    if (!DimensionsAcceptable(cinfo->image_width, cinfo->image_height))
+        return errors::Fail(kPlimErrorTooLarge, false);
+    if (!HasScanData(cinfo->src)) return errors::Fail(kPlimErrorTruncated, false);
     JOCTET *profile = nullptr;
     unsigned int profileLength = 0;
     if (jpeg_read_icc_profile(cinfo, &profile, &profileLength) && profile) {
@@ -70,7 +73,8 @@ bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t 
     // libjpeg-turbo writes X,R,G,B straight into our rows, the X byte as 0xFF.
     cinfo->out_color_space = grey ? JCS_GRAYSCALE : (cmyk ? JCS_CMYK : JCS_EXT_XRGB);
     jpeg_start_decompress(cinfo);
-    if (!DimensionsAcceptable(cinfo->output_width, cinfo->output_height)) return false;
+    if (!DimensionsAcceptable(cinfo->output_width, cinfo->output_height))
+        return errors::Fail(kPlimErrorTooLarge, false);
     if (!out->Allocate(cinfo->output_width, cinfo->output_height, grey)) return false;
     size_t rowBytes = out->BytesPerRow();
     JSAMPARRAY row = nullptr;
@@ -98,7 +102,8 @@ bool IsJPEG(const uint8_t *data, size_t size) {
 }
 
 bool DecodeJPEG(const uint8_t *data, size_t size, Raster *out) {
-    if (!data || !IsJPEG(data, size)) return false;
+    if (!data || !IsJPEG(data, size)) return errors::Fail(size ? kPlimErrorUnsupportedFormat : kPlimErrorEmpty, false);
+    const errors::Mark mark;
     jpeg_decompress_struct cinfo;
     ErrorManager err;
     std::memset(&cinfo, 0, sizeof cinfo);
@@ -110,6 +115,7 @@ bool DecodeJPEG(const uint8_t *data, size_t size, Raster *out) {
     if (!ok) {
         std::free(out->Take());
         out->icc.clear();
+        mark.Fallback(kPlimErrorCorrupt);
     }
     return ok;
 }

@@ -20,7 +20,10 @@ struct MemoryReader {
 
 void ReadFromMemory(png_structp png, png_bytep out, png_size_t count) {
     auto *reader = static_cast<MemoryReader *>(png_get_io_ptr(png));
-    if (count > reader->size - reader->offset) png_error(png, "truncated");
+    if (count > reader->size - reader->offset) {
+        errors::Record(kPlimErrorTruncated);
+        png_error(png, "truncated");
+    }
     std::memcpy(out, reader->data + reader->offset, count);
     reader->offset += count;
 }
@@ -38,11 +41,11 @@ bool DecodeInto(png_structp png, png_infop info, Raster *out) {
     int colorType = png_get_color_type(png, info);
     int bitDepth = png_get_bit_depth(png, info);
     bool hasTRNS = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
-    if (!DimensionsAcceptable(width, height)) return false;
+    if (!DimensionsAcceptable(width, height)) return errors::Fail(kPlimErrorTooLarge, false);
     // The header has been read up to the first image data chunk's length and type: a file
     // that ends there holds no pixels, whatever its header promises.
     const auto *reader = static_cast<const MemoryReader *>(png_get_io_ptr(png));
-    if (reader->offset >= reader->size) return false;
+    if (reader->offset >= reader->size) return errors::Fail(kPlimErrorTruncated, false);
 
     png_charp name = nullptr;
     int compression = 0;
@@ -90,10 +93,11 @@ bool IsPNG(const uint8_t *data, size_t size) {
 }
 
 bool DecodePNG(const uint8_t *data, size_t size, Raster *out) {
-    if (!data || !IsPNG(data, size)) return false;
+    if (!data || !IsPNG(data, size)) return errors::Fail(size ? kPlimErrorUnsupportedFormat : kPlimErrorEmpty, false);
+    const errors::Mark mark;
     png_structp png =
         png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, ErrorToJump, SilentWarning);
-    if (!png) return false;
+    if (!png) return errors::Fail(kPlimErrorOutOfMemory, false);
     png_infop info = png_create_info_struct(png);
     if (!info) {
         png_destroy_read_struct(&png, nullptr, nullptr);
@@ -107,6 +111,7 @@ bool DecodePNG(const uint8_t *data, size_t size, Raster *out) {
     if (!ok) {
         std::free(out->Take());
         out->icc.clear();
+        mark.Fallback(kPlimErrorCorrupt);
     }
     return ok;
 }

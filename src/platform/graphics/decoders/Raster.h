@@ -3,6 +3,8 @@
 
 #include <PlimBitmapLib/platform/CGImage.h>
 
+#include "platform/runtime/Errors.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -43,7 +45,8 @@ struct Raster {
     size_t BytesPerPixel() const { return grey ? 1 : 4; }
     size_t BytesPerRow() const { return static_cast<size_t>(width) * BytesPerPixel(); }
     uint8_t *Take() { return std::exchange(pixels, nullptr); }
-    // Allocates the pixel memory for the given geometry; false for absurd sizes.
+    // Allocates the pixel memory for the given geometry; false for absurd sizes (the reason is
+    // recorded).
     bool Allocate(uint32_t w, uint32_t h, bool isGrey);
 };
 
@@ -53,12 +56,14 @@ inline bool DimensionsAcceptable(uint64_t w, uint64_t h) {
 }
 
 inline bool Raster::Allocate(uint32_t w, uint32_t h, bool isGrey) {
-    if (!DimensionsAcceptable(w, h)) return false;
+    if (!DimensionsAcceptable(w, h))
+        return errors::Fail(w && h ? kPlimErrorTooLarge : kPlimErrorCorrupt, false);
     std::free(pixels);
     width = w;
     height = h;
     grey = isGrey;
     pixels = static_cast<uint8_t *>(std::malloc(BytesPerRow() * h));
+    if (!pixels) errors::Record(kPlimErrorOutOfMemory);
     return pixels != nullptr;
 }
 

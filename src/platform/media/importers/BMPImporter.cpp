@@ -39,7 +39,7 @@ OSErr ImportBMP(const uint8_t *data, size_t size, ImportedImage *out) {
         return codecBadDataErr;
     bool topDown = rawHeight < 0;
     uint32_t height = static_cast<uint32_t>(topDown ? -rawHeight : rawHeight);
-    if (width > 32767 || height > 32767) return codecUnimpErr;
+    if (width > 32767 || height > 32767) return ImportFailure(kPlimErrorTooLarge, codecUnimpErr);
     int shifts[4] = {16, 8, 0, -1};  // R, G, B, A byte positions in a 32-bit little-endian pixel
     if (compression == 3 && (bpp == 32)) {
         size_t maskAt = headerSize >= 52 ? 14 + 40 : 14 + headerSize;
@@ -59,7 +59,8 @@ OSErr ImportBMP(const uint8_t *data, size_t size, ImportedImage *out) {
             return codecBadDataErr;
     }
     size_t rowBytes = ((static_cast<size_t>(width) * bpp + 31) / 32) * 4;
-    if (pixelOffset > size || rowBytes * height > size - pixelOffset) return codecBadDataErr;
+    if (pixelOffset > size || rowBytes * height > size - pixelOffset)
+        return ImportFailure(kPlimErrorTruncated, codecBadDataErr);
     decoders::Raster &r = out->raster;
     if (!r.Allocate(static_cast<uint32_t>(width), height, false)) return memFullErr;
     bool anyAlpha = false;

@@ -37,10 +37,10 @@ namespace {
 // Reads the first frame into the screen-sized raster, row by row, so that nothing is allocated
 // from a size the pixel limit has not seen and no later frame is read at all.
 OSErr ReadFirstFrame(GifFileType *gif, const MemoryReader &reader, ImportedImage *out) {
-    if (gif->SWidth <= 0 || gif->SHeight <= 0 || gif->SWidth > 32767 || gif->SHeight > 32767)
-        return codecBadDataErr;
+    if (gif->SWidth <= 0 || gif->SHeight <= 0) return codecBadDataErr;
+    if (gif->SWidth > 32767 || gif->SHeight > 32767) return ImportFailure(kPlimErrorTooLarge, codecBadDataErr);
     if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(gif->SWidth), static_cast<uint64_t>(gif->SHeight)))
-        return memFullErr;
+        return ImportFailure(kPlimErrorTooLarge, memFullErr);
     GraphicsControlBlock gcb{};
     gcb.TransparentColor = NO_TRANSPARENT_COLOR;
     for (;;) {
@@ -64,10 +64,10 @@ OSErr ReadFirstFrame(GifFileType *gif, const MemoryReader &reader, ImportedImage
     const ColorMapObject *map = d.ColorMap ? d.ColorMap : gif->SColorMap;
     // A frame is decoded row by row however large it claims to be: hold its area to the limit
     // too, and refuse a file that ends before the frame's pixel data starts.
-    if (!map || d.Width <= 0 || d.Height <= 0 ||
-        !decoders::DimensionsAcceptable(static_cast<uint64_t>(d.Width), static_cast<uint64_t>(d.Height)) ||
-        reader.offset >= reader.size)
-        return codecBadDataErr;
+    if (!map || d.Width <= 0 || d.Height <= 0) return codecBadDataErr;
+    if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(d.Width), static_cast<uint64_t>(d.Height)))
+        return ImportFailure(kPlimErrorTooLarge, codecBadDataErr);
+    if (reader.offset >= reader.size) return ImportFailure(kPlimErrorTruncated, codecBadDataErr);
 
     decoders::Raster &r = out->raster;
     std::vector<GifPixelType> line;

@@ -22,21 +22,27 @@ bool IsPCTFile(const uint8_t *data, size_t size) {
 namespace {
 
 OSErr ImportError(pict::PictStatus status) {
-    return status == pict::PictStatus::Unsupported ? codecUnimpErr : corruptPICTDataErr;
+    switch (status) {
+    case pict::PictStatus::Unsupported: return codecUnimpErr;
+    case pict::PictStatus::Truncated: return ImportFailure(kPlimErrorTruncated, corruptPICTDataErr);
+    case pict::PictStatus::TooLarge: return ImportFailure(kPlimErrorTooLarge, corruptPICTDataErr);
+    default: return corruptPICTDataErr;
+    }
 }
 
 }  // namespace
 
 OSErr ImportPICTFile(const uint8_t *data, size_t size, ImportedImage *out) {
-    if (!data || size <= kHeaderSize) return corruptPICTDataErr;
+    // Nothing after the header (the PICT loader puts 512 zero bytes in front of empty data).
+    if (!data || size <= kHeaderSize) return ImportFailure(kPlimErrorTruncated, corruptPICTDataErr);
     // A walk that draws nothing finds the frame and checks every opcode to the end first, so a
     // picture over the pixel limit, or one that ends early, is refused before its canvas exists.
     pict::PictInfo info{};
     pict::PictStatus status = pict::ReadPictInfo(data + kHeaderSize, size - kHeaderSize, &info);
     if (status != pict::PictStatus::Ok) return ImportError(status);
-    if (info.width > 32767 || info.height > 32767) return codecUnimpErr;
+    if (info.width > 32767 || info.height > 32767) return ImportFailure(kPlimErrorTooLarge, codecUnimpErr);
     if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(info.width), static_cast<uint64_t>(info.height)))
-        return memFullErr;
+        return ImportFailure(kPlimErrorTooLarge, memFullErr);
     std::vector<uint8_t> argb;
     try {
         status = pict::DecodePict(data + kHeaderSize, size - kHeaderSize, &argb, &info,

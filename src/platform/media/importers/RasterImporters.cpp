@@ -25,7 +25,7 @@ namespace {
 
 OSErr Finish(ImportedImage *out, bool grey) {
     decoders::Raster &r = out->raster;
-    if (r.width > 32767 || r.height > 32767) return codecUnimpErr;
+    if (r.width > 32767 || r.height > 32767) return ImportFailure(kPlimErrorTooLarge, codecUnimpErr);
     out->depth = r.alpha ? 32 : grey ? (r.sourceBits == 1 ? 1 : 8) : 24;
     return ExpandGreyToARGB(&r) ? OSErr{noErr} : OSErr{memFullErr};
 }
