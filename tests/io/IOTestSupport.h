@@ -146,7 +146,8 @@ inline std::string TempPath(const std::string &name) {
 
 inline void WriteFile(const std::string &path, const Bytes &b) {
     FILE *f = std::fopen(path.c_str(), "wb");
-    std::fwrite(b.data(), 1, b.size(), f);
+    if (!f) return;
+    if (!b.empty()) std::fwrite(b.data(), 1, b.size(), f);
     std::fclose(f);
 }
 
