@@ -17,7 +17,7 @@
 struct __PlimCFImageExporter {
     CFRuntimeBase base;
     OSType subtype;
-    // JPEG quality, 1 to 100; 0 leaves the encoder's default.
+    // JPEG or WebP quality, 1 to 100; 0 leaves the encoder's default (lossless for WebP).
     UInt32 quality;
 };
 
@@ -50,6 +50,14 @@ PlimCFImageExporter PlimCFImageExporterCreate(CFAllocatorRef allocator) {
 PlimCFImageExporter CreateWithSubtype(CFAllocatorRef allocator, OSType subtype) {
     PlimCFImageExporter exporter = PlimCFImageExporterCreate(allocator);
     if (exporter) exporter->subtype = subtype;
+    return exporter;
+}
+
+// An exporter of a format with a quality scale, at `quality` from 1 to 100; null outside it.
+PlimCFImageExporter CreateWithQuality(CFAllocatorRef allocator, OSType subtype, UInt32 quality) {
+    if (quality < 1 || quality > 100) return nullptr;
+    PlimCFImageExporter exporter = CreateWithSubtype(allocator, subtype);
+    if (exporter) exporter->quality = quality;
     return exporter;
 }
 
@@ -104,10 +112,14 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef a) 
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
                                                                         UInt32 quality) {
-    if (quality < 1 || quality > 100) return nullptr;
-    PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeJPEG);
-    if (exporter) exporter->quality = quality;
-    return exporter;
+    return CreateWithQuality(a, kSubtypeJPEG, quality);
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPLossless(CFAllocatorRef a) {
+    return CreateWithSubtype(a, kSubtypeWebP);
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPWithQuality(CFAllocatorRef a,
+                                                                        UInt32 quality) {
+    return CreateWithQuality(a, kSubtypeWebP, quality);
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypePICT);

@@ -85,6 +85,9 @@ OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportJPEGAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 OSErr ExportTIFF(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file);
+// WebP: lossless by default, lossy at a chosen quality.
+OSErr ExportWebP(CGImageRef image, std::vector<uint8_t> *file);
+OSErr ExportWebPAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 
 // Brings grey rasters to A,R,G,B so that every importer draws from one layout.
 bool ExpandGreyToARGB(decoders::Raster *raster);
