@@ -1,6 +1,7 @@
 // HEIF/HEIC importer: the file's primary picture through libheif, rotated, mirrored and cropped
 // as the file says.
 #include "platform/media/ComponentInternal.h"
+#include "platform/media/importers/HEIFDerivedImages.h"
 
 #include <libheif/heif.h>
 
@@ -58,7 +59,8 @@ OSErr ImportHEIF(const uint8_t *data, size_t size, ImportedImage *out) {
     const int height = heif_image_handle_get_height(handle.get());
     if (width <= 0 || height <= 0) return codecBadDataErr;
     if (width > 32767 || height > 32767) return codecUnimpErr;
-    if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(width), static_cast<uint64_t>(height)))
+    if (!decoders::DimensionsAcceptable(static_cast<uint64_t>(width), static_cast<uint64_t>(height)) ||
+        !HEIFDerivedImagesAcceptable(data, size))
         return memFullErr;
     const bool alpha = heif_image_handle_has_alpha_channel(handle.get()) != 0;
 
