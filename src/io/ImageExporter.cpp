@@ -53,14 +53,6 @@ PlimCFImageExporter CreateWithSubtype(CFAllocatorRef allocator, OSType subtype) 
     return exporter;
 }
 
-// An exporter of a format with a quality scale, at `quality` from 1 to 100; null outside it.
-PlimCFImageExporter CreateWithQuality(CFAllocatorRef allocator, OSType subtype, UInt32 quality) {
-    if (quality < 1 || quality > 100) return nullptr;
-    PlimCFImageExporter exporter = CreateWithSubtype(allocator, subtype);
-    if (exporter) exporter->quality = quality;
-    return exporter;
-}
-
 // One encode into a fresh handle through the exporter component of `subtype`, at `quality`
 // (1 to 100, 0 for the component's default).
 Handle EncodeWith(OSType subtype, UInt32 quality, CGImageRef image) {
@@ -112,14 +104,10 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef a) 
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
                                                                         UInt32 quality) {
-    return CreateWithQuality(a, kSubtypeJPEG, quality);
-}
-PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPLossless(CFAllocatorRef a) {
-    return CreateWithSubtype(a, kSubtypeWebP);
-}
-PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPWithQuality(CFAllocatorRef a,
-                                                                        UInt32 quality) {
-    return CreateWithQuality(a, kSubtypeWebP, quality);
+    if (quality < 1 || quality > 100) return nullptr;
+    PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeJPEG);
+    if (exporter) exporter->quality = quality;
+    return exporter;
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypePICT);
@@ -132,6 +120,17 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePNG(CFAllocatorRef a) {
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateTIFF(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypeTIFF);
+}
+// WebP's default coding is lossless; a quality makes it lossy.
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPLossless(CFAllocatorRef a) {
+    return CreateWithSubtype(a, kSubtypeWebP);
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPWithQuality(CFAllocatorRef a,
+                                                                        UInt32 quality) {
+    if (quality < 1 || quality > 100) return nullptr;
+    PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeWebP);
+    if (exporter) exporter->quality = quality;
+    return exporter;
 }
 
 PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,
