@@ -33,6 +33,11 @@ struct Reader {
         for (size_t i = 0; i < bytes; i++) value = value << 8 | data[at++];
         return value;
     }
+    // A field whose width a box gives in bytes; libheif reads widths of 1, 2, 4 and 8 bytes and
+    // takes any other as an empty field of value 0, so this does too.
+    uint64_t ReadField(uint64_t bytes) {
+        return bytes == 1 || bytes == 2 || bytes == 4 || bytes == 8 ? Read(static_cast<size_t>(bytes)) : 0;
+    }
     void Skip(size_t bytes) {
         if (at > size || bytes > size - at) {
             failed = true;
@@ -89,11 +94,11 @@ std::vector<std::pair<uint32_t, Extent>> Locations(const Box &iloc) {
         Extent e;
         if (version >= 1) e.construction = static_cast<int>(r.Read(2) & 15);
         r.Skip(2);  // data reference index
-        const uint64_t base = r.Read(baseSize);
+        const uint64_t base = r.ReadField(baseSize);
         const uint64_t extents = r.Read(2);
         for (uint64_t k = 0; k < extents && !r.failed; k++) {
-            r.Skip(indexSize);
-            const uint64_t offset = r.Read(offsetSize), length = r.Read(lengthSize);
+            r.ReadField(indexSize);
+            const uint64_t offset = r.ReadField(offsetSize), length = r.ReadField(lengthSize);
             if (k == 0) {
                 e.offset = base + offset;
                 e.length = length;
