@@ -10,7 +10,8 @@ build=$1
 
 # target:inputs folder (under corpus/ and crashes/)
 targets=(png_fuzz:png jpeg_fuzz:jpeg tiff_fuzz:tiff gif_fuzz:gif bmp_fuzz:bmp pict_data_fuzz:pict
-         pct_fuzz:pct pict_fuzz:pict trace_fuzz:trace)
+         pct_fuzz:pct pict_fuzz:pict trace_fuzz:trace webp_fuzz:webp avif_fuzz:avif heif_fuzz:heif
+         jxl_fuzz:jxl)
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 status=0

@@ -8,6 +8,10 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   liblcms2-dev libpixman-1-dev libhwy-dev
   libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
+  libwebp-dev libavif-dev libheif-dev libjxl-dev
+  # libheif's static link line names libnuma (for x265).
+  libnuma-dev
+  webp libavif-bin libheif-examples libjxl-tools
   netpbm imagemagick graphicsmagick
   clang-14 libclang-rt-14-dev
   nlohmann-json3-dev

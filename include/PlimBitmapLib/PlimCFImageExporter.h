@@ -1,4 +1,4 @@
-/* Image exporters: encode a rendered image as JPEG, PICT, PCT, PNG or TIFF. */
+/* Image exporters: encode a rendered image as JPEG, PICT, PCT, PNG, TIFF or WebP. */
 #ifndef PLIM_CFIMAGEEXPORTER_H
 #define PLIM_CFIMAGEEXPORTER_H
 
@@ -20,6 +20,12 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef all
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePCT(CFAllocatorRef allocator);
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePNG(CFAllocatorRef allocator);
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateTIFF(CFAllocatorRef allocator);
+/* WebP exporters: lossless (every pixel kept exactly, alpha included), or lossy at `quality`, 1
+   (smallest file) to 100 (best picture), on libwebp's scale; null for a quality outside 1 to
+   100. Both embed the image's colour profile unless it is sRGB, which WebP readers assume. */
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPLossless(CFAllocatorRef allocator);
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPWithQuality(CFAllocatorRef allocator,
+                                                                        UInt32 quality);
 
 /* The encoded image as a new data object, or null. PICT data lacks the 512-byte file header
    that PICT files written by the two calls below keep. */

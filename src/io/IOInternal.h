@@ -13,6 +13,7 @@ constexpr OSType kSubtypePCT = 0x50435420;   // 'PCT '
 constexpr OSType kSubtypePNG = 0x504E4766;   // 'PNGf'
 constexpr OSType kSubtypeJPEG = 0x4A504547;  // 'JPEG'
 constexpr OSType kSubtypeTIFF = 0x54494646;  // 'TIFF'
+constexpr OSType kSubtypeWebP = 0x57454250;  // 'WEBP'
 
 // Runs `withURL` on the file URL of a POSIX path (made with `allocator`) and returns what it
 // returns; `failed` when there is no path or no URL can be made of it, with the reason recorded.

@@ -18,7 +18,7 @@
 struct __PlimCFImageExporter {
     CFRuntimeBase base;
     OSType subtype;
-    // JPEG quality, 1 to 100; 0 leaves the encoder's default.
+    // JPEG or WebP quality, 1 to 100; 0 leaves the encoder's default (lossless for WebP).
     UInt32 quality;
 };
 
@@ -167,12 +167,16 @@ PLIM_EXPORT void PlimCFImageExporterInit(CFTypeRef cf) {
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEG(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypeJPEG);
 }
-PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
-                                                                        UInt32 quality) {
+// An exporter of a lossy format at a quality from 1 to 100.
+static PlimCFImageExporter CreateWithQuality(CFAllocatorRef a, OSType subtype, UInt32 quality) {
     if (quality < 1 || quality > 100) return Fail(kPlimErrorInvalidArgument, nullptr);
-    PlimCFImageExporter exporter = CreateWithSubtype(a, kSubtypeJPEG);
+    PlimCFImageExporter exporter = CreateWithSubtype(a, subtype);
     if (exporter) exporter->quality = quality;
     return exporter;
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateJPEGWithQuality(CFAllocatorRef a,
+                                                                        UInt32 quality) {
+    return CreateWithQuality(a, kSubtypeJPEG, quality);
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePICT(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypePICT);
@@ -185,6 +189,14 @@ PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreatePNG(CFAllocatorRef a) {
 }
 PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateTIFF(CFAllocatorRef a) {
     return CreateWithSubtype(a, kSubtypeTIFF);
+}
+// WebP's default coding is lossless; a quality makes it lossy.
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPLossless(CFAllocatorRef a) {
+    return CreateWithSubtype(a, kSubtypeWebP);
+}
+PLIM_EXPORT PlimCFImageExporter PlimCFImageExporterCreateWebPWithQuality(CFAllocatorRef a,
+                                                                        UInt32 quality) {
+    return CreateWithQuality(a, kSubtypeWebP, quality);
 }
 
 PLIM_EXPORT CFDataRef PlimCFImageExportCreateData(CFAllocatorRef allocator,

@@ -285,6 +285,8 @@ TEST(LastError, ExportsToFilesSayWhetherAndWhyTheyFailed) {
     EXPECT_FALSE(std::filesystem::exists(scratch / "wide.jpg"));
     EXPECT_EQ(ReasonOf([] { EXPECT_EQ(PlimCFImageExporterCreateJPEGWithQuality(nullptr, 101), nullptr); }),
               kPlimErrorInvalidArgument);
+    EXPECT_EQ(ReasonOf([] { EXPECT_EQ(PlimCFImageExporterCreateWebPWithQuality(nullptr, 0), nullptr); }),
+              kPlimErrorInvalidArgument);
 }
 
 }  // namespace

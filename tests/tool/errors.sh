@@ -62,11 +62,12 @@ expect 2 match list.json inf,0,0,1
 expect 2 trace in.png out.svg --threshold 0x1
 expect 2 composite in.png in.png out.png --op xor --src-rect 0,0,1.5,1 --dest-rect 0,0,1,1
 expect 2 tile in.png in.png out.png --src-rect 0,0,4,4 --dest-rect 0,0,8e1,8
-# Output options: --quality is for JPEG only and runs from 1 to 100; formats are named.
+# Output options: --quality is for JPEG and WebP only and runs from 1 to 100; formats are named.
 expect 2 convert in.png out.png --quality 50
 expect 2 convert in.png out.jpg --quality 0
 expect 2 convert in.png out.jpg --quality 101
 expect 2 convert in.png out.jpg --quality 7.5
+expect 2 convert in.png out.webp --quality 0
 expect 2 invert in.png out.tiff --quality 80
 expect 2 invert in.png out.png --format gif
 # trace writes SVG only; help knows its subcommands.

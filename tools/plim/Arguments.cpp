@@ -106,14 +106,14 @@ std::optional<OutputChoice> OutputFor(const std::string &sub, const ParsedArgs &
     if (!forced.empty()) {
         format = OutputFormatFromName(forced);
         if (!format) {
-            PrintError(sub, "unknown format '" + forced + "' (use png, jpeg, tiff, pict or pct)");
+            PrintError(sub, "unknown format '" + forced + "' (use png, jpeg, tiff, pict, pct or webp)");
             return std::nullopt;
         }
     } else {
         format = IsStdio(out) ? OutputFormat::PNG : OutputFormatFromPath(out);
         if (!format) {
             PrintError(sub, "cannot tell the output format from '" + out +
-                                "' (use .png, .jpg, .tiff, .pict or .pct, or --format)");
+                                "' (use .png, .jpg, .tiff, .pict, .pct or .webp, or --format)");
             return std::nullopt;
         }
     }
@@ -124,8 +124,8 @@ std::optional<OutputChoice> OutputFor(const std::string &sub, const ParsedArgs &
             PrintError(sub, "bad quality '" + parsed.Last("--quality") + "' (want 1 to 100)");
             return std::nullopt;
         }
-        if (choice.format != OutputFormat::JPEG) {
-            PrintError(sub, "--quality applies to JPEG output only");
+        if (choice.format != OutputFormat::JPEG && choice.format != OutputFormat::WebP) {
+            PrintError(sub, "--quality applies to JPEG and WebP output only");
             return std::nullopt;
         }
         choice.quality = static_cast<UInt32>(quality);

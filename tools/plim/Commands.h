@@ -44,7 +44,7 @@ bool Prepare(const std::string &sub, const Args &args, const std::set<std::strin
 // --format and --quality, which every subcommand that writes an image takes, added to `valued`.
 std::set<std::string> WithOutputOptions(std::set<std::string> valued);
 // The format and quality for writing OUT: --format, else OUT's extension, else PNG for "-";
-// --quality (1 to 100) only with JPEG. Prints a usage error and returns nullopt otherwise.
+// --quality (1 to 100) only with JPEG and WebP. Prints a usage error and returns nullopt otherwise.
 std::optional<OutputChoice> OutputFor(const std::string &sub, const ParsedArgs &parsed,
                                       const std::string &out);
 

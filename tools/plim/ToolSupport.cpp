@@ -108,6 +108,9 @@ PlimCFImageExporter CreateExporter(const OutputChoice &output) {
                               : PlimCFImageExporterCreateJPEG(nullptr);
     case OutputFormat::PICT: return PlimCFImageExporterCreatePICT(nullptr);
     case OutputFormat::PCT: return PlimCFImageExporterCreatePCT(nullptr);
+    case OutputFormat::WebP:
+        return output.quality ? PlimCFImageExporterCreateWebPWithQuality(nullptr, output.quality)
+                              : PlimCFImageExporterCreateWebPLossless(nullptr);
     case OutputFormat::PNG:
     case OutputFormat::TIFF: break;
     }
@@ -168,6 +171,7 @@ std::optional<OutputFormat> OutputFormatFromName(std::string_view name) {
     if (lower == "tiff" || lower == "tif") return OutputFormat::TIFF;
     if (lower == "pict") return OutputFormat::PICT;
     if (lower == "pct") return OutputFormat::PCT;
+    if (lower == "webp") return OutputFormat::WebP;
     return std::nullopt;
 }
 
@@ -186,6 +190,7 @@ std::string ExtensionOf(OutputFormat format) {
     case OutputFormat::TIFF: return "tiff";
     case OutputFormat::PICT: return "pict";
     case OutputFormat::PCT: return "pct";
+    case OutputFormat::WebP: return "webp";
     }
     return "png";
 }
@@ -232,6 +237,20 @@ std::string FormatNameOf(std::string_view bytes, const std::string &path) {
     if (starts("GIF87a") || starts("GIF89a")) return "GIF";
     if (starts("BM") && bytes.size() >= 26) return "BMP";
     if (starts("RIFF") && starts("WEBP", 8)) return "WebP";
+    if (starts("\xFF\x0A") || starts(std::string_view("\0\0\0\x0CJXL \r\n\x87\n", 12))) return "JPEG XL";
+    // ISO base media files: the major and compatible brands of the leading file-type box.
+    if (starts("ftyp", 4)) {
+        size_t boxSize = 0;
+        for (size_t i = 0; i < 4; i++) boxSize = boxSize << 8 | static_cast<unsigned char>(bytes[i]);
+        auto brand = [&](std::string_view b) {
+            for (size_t at = 8; at + 4 <= boxSize && at + 4 <= bytes.size(); at += 4)
+                if (at != 12 && bytes.substr(at, 4) == b) return true;
+            return false;
+        };
+        if (brand("avif") || brand("avis")) return "AVIF";
+        for (std::string_view b : {"heic", "heix", "heim", "heis", "hevc", "hevx", "mif1", "msf1"})
+            if (brand(b)) return "HEIF";
+    }
     std::optional<OutputFormat> named = OutputFormatFromPath(path);
     if (named == OutputFormat::PCT) return "PCT";
     if (named == OutputFormat::PICT) return "PICT";

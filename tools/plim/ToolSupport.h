@@ -32,15 +32,16 @@ struct OperationName {
 const std::vector<OperationName> &CompositeOperationNames();
 std::optional<PlimCompositeOperation> CompositeOperationFromName(std::string_view name);
 
-enum class OutputFormat { PNG, JPEG, TIFF, PICT, PCT };
-// "png", "jpeg"/"jpg", "tiff"/"tif", "pict", "pct" (case-insensitive); nullopt otherwise.
+enum class OutputFormat { PNG, JPEG, TIFF, PICT, PCT, WebP };
+// "png", "jpeg"/"jpg", "tiff"/"tif", "pict", "pct", "webp" (case-insensitive); nullopt otherwise.
 std::optional<OutputFormat> OutputFormatFromName(std::string_view name);
 // From the extension of path; nullopt when it has none or an unknown one.
 std::optional<OutputFormat> OutputFormatFromPath(std::string_view path);
-// The usual file name extension: "png", "jpg", "tiff", "pict", "pct".
+// The usual file name extension: "png", "jpg", "tiff", "pict", "pct", "webp".
 std::string ExtensionOf(OutputFormat format);
 
-// How to write an image: the format and, for JPEG, a quality from 1 to 100 (0: the default).
+// How to write an image: the format and, for JPEG and WebP, a quality from 1 to 100 (0: the
+// default, which for WebP is lossless).
 struct OutputChoice {
     OutputFormat format = OutputFormat::PNG;
     UInt32 quality = 0;
@@ -53,7 +54,8 @@ inline bool IsStdio(const std::string &path) { return path == "-"; }
 // On failure returns false and sets *error to a one-line message naming the path.
 bool ReadInput(const std::string &path, std::string *bytes, std::string *error);
 
-// The container format of encoded bytes ("PNG", "JPEG", "TIFF", "GIF", "BMP", "WebP"); picture
+// The container format of encoded bytes ("PNG", "JPEG", "TIFF", "GIF", "BMP", "WebP", "AVIF",
+// "HEIF", "JPEG XL"); picture
 // files, which carry no signature, are named by the path's extension ("PICT", "PCT").
 std::string FormatNameOf(std::string_view bytes, const std::string &path);
 

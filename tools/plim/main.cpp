@@ -15,9 +15,10 @@ struct Usage {
 };
 
 // Every subcommand that writes an image also takes the output options below.
-#define PLIM_OUTPUT_OPTIONS                                                                  \
-    "  --format png|jpeg|tiff|pict|pct   output format (default: OUT's extension; PNG for -)\n" \
-    "  --quality Q                       JPEG quality, 1 to 100 (default 75)\n"
+#define PLIM_OUTPUT_OPTIONS                                                                       \
+    "  --format png|jpeg|tiff|pict|pct|webp  output format (default: OUT's extension; PNG for -)\n" \
+    "  --quality Q                           JPEG or WebP quality, 1 to 100 (JPEG: default 75;\n"     \
+    "                                        WebP: lossless without it)\n"
 
 const Usage kUsages[] = {
     {"info", "usage: plim info FILE... [--json]\n"

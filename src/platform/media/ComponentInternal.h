@@ -7,6 +7,7 @@
 #include "platform/runtime/Errors.h"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace plim::media {
@@ -18,12 +19,25 @@ constexpr OSType FourCC(const char (&s)[5]) {
            static_cast<OSType>(static_cast<uint8_t>(s[3]));
 }
 
+// Memory that an importer may decode 32-bit A,R,G,B pixels straight into: `height` rows of
+// `width` pixels, `rowBytes` apart.
+struct ARGBTarget {
+    uint8_t *pixels;
+    size_t rowBytes;
+    uint32_t width;
+    uint32_t height;
+};
+
 // What an importer made of its bytes. Pixels are A,R,G,B (grey as R=G=B), not premultiplied;
 // depth is what the importer reports: 1, 8, 24 or 32.
 struct ImportedImage {
     decoders::Raster raster;
     int depth = 0;
     bool premultiplied = false;  // colour already multiplied by alpha
+    // Set by an importer that has read only the header: the raster has its size and profile but
+    // no pixels, and this decodes them (colour not premultiplied) when the picture is drawn, into
+    // the drawing memory itself when that is 32-bit of the picture's size.
+    OSErr (*decodeInto)(const uint8_t *data, size_t size, const ARGBTarget &target) = nullptr;
 };
 
 struct ImporterEntry {
@@ -57,6 +71,14 @@ bool IsBMP(const uint8_t *data, size_t size);
 OSErr ImportBMP(const uint8_t *data, size_t size, ImportedImage *out);
 bool IsPCTFile(const uint8_t *data, size_t size);
 OSErr ImportPICTFile(const uint8_t *data, size_t size, ImportedImage *out);
+bool IsWebP(const uint8_t *data, size_t size);
+OSErr ImportWebP(const uint8_t *data, size_t size, ImportedImage *out);
+bool IsAVIF(const uint8_t *data, size_t size);
+OSErr ImportAVIF(const uint8_t *data, size_t size, ImportedImage *out);
+bool IsHEIF(const uint8_t *data, size_t size);
+OSErr ImportHEIF(const uint8_t *data, size_t size, ImportedImage *out);
+bool IsJXL(const uint8_t *data, size_t size);
+OSErr ImportJXL(const uint8_t *data, size_t size, ImportedImage *out);
 
 // Exporters of each format (own files).
 OSErr ExportPNG(CGImageRef image, std::vector<uint8_t> *file);
@@ -64,6 +86,9 @@ OSErr ExportJPEG(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportJPEGAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 OSErr ExportTIFF(CGImageRef image, std::vector<uint8_t> *file);
 OSErr ExportPICT(CGImageRef image, std::vector<uint8_t> *file);
+// WebP: lossless by default, lossy at a chosen quality.
+OSErr ExportWebP(CGImageRef image, std::vector<uint8_t> *file);
+OSErr ExportWebPAtQuality(CGImageRef image, CodecQ quality, std::vector<uint8_t> *file);
 
 // Records why an importer failed where its result code says less (a picture over the limits is
 // reported as memFullErr or codecUnimpErr, a file that ends early as bad data), and returns the
@@ -72,6 +97,13 @@ inline OSErr ImportFailure(PlimError reason, OSErr code) { return errors::Fail(r
 
 // Brings grey rasters to A,R,G,B so that every importer draws from one layout.
 bool ExpandGreyToARGB(decoders::Raster *raster);
+// Fills the raster with a codec's interleaved 8-bit rows of `channels` samples a pixel (grey,
+// grey and alpha, RGB or RGBA), as A,R,G,B; false when the size is refused or memory runs out.
+bool RasterFromInterleaved(const uint8_t *rows, size_t stride, uint32_t width, uint32_t height,
+                           int channels, decoders::Raster *raster);
+// Whether the bytes open with an ISO base media file-type box whose major or compatible brands
+// include one of `brands`.
+bool ClaimsBrand(const uint8_t *data, size_t size, std::span<const OSType> brands);
 
 }  // namespace plim::media
 

@@ -1,5 +1,6 @@
 // Component instances of the media layer: graphics importers and exporters, the registry that
 // finds them by subtype or by content, and data references.
+#include "platform/graphics/PremultiplyPixels.h"
 #include "platform/media/ComponentInternal.h"
 #include "platform/runtime/Errors.h"
 #include "platform/runtime/NoThrow.h"
@@ -36,6 +37,11 @@ const ImporterEntry kImporters[] = {
     {FourCC("TIFF"), IsTIFF, ImportTIFF},
     {FourCC("GIFf"), IsGIF, ImportGIF},
     {FourCC("BMPf"), IsBMP, ImportBMP},
+    {FourCC("WEBP"), IsWebP, ImportWebP},
+    // Before HEIF: an AVIF file may list HEIF's structural brands too.
+    {FourCC("AVIF"), IsAVIF, ImportAVIF},
+    {FourCC("HEIF"), IsHEIF, ImportHEIF},
+    {FourCC("JXL "), IsJXL, ImportJXL},
     {FourCC("PICT"), IsPCTFile, ImportPICTFile},
     {FourCC("PCT "), nullptr, ImportPICTFile},
 };
@@ -44,19 +50,25 @@ bool ValidImporter(Instance *ci) {
     return ci && ci->type == GraphicsImporterComponentType && ci->importer;
 }
 
+// The bytes the importer reads: the caller's handle, or a file the importer read.
+bool SourceBytes(const Instance *ci, const uint8_t **data, size_t *size) {
+    if (ci->ownsBytes) {
+        *data = ci->ownedBytes.data();
+        *size = ci->ownedBytes.size();
+    } else if (ci->dataHandle && *ci->dataHandle) {
+        *data = reinterpret_cast<const uint8_t *>(*ci->dataHandle);
+        *size = static_cast<size_t>(GetHandleSize(ci->dataHandle));
+    } else {
+        return false;
+    }
+    return true;
+}
+
 OSErr Decode(Instance *ci) {
     if (ci->decoded) return ci->decodeError;
     const uint8_t *data = nullptr;
     size_t size = 0;
-    if (ci->ownsBytes) {
-        data = ci->ownedBytes.data();
-        size = ci->ownedBytes.size();
-    } else if (ci->dataHandle && *ci->dataHandle) {
-        data = reinterpret_cast<const uint8_t *>(*ci->dataHandle);
-        size = static_cast<size_t>(GetHandleSize(ci->dataHandle));
-    } else {
-        return paramErr;
-    }
+    if (!SourceBytes(ci, &data, &size)) return paramErr;
     ci->decoded = true;
     // Importers are C++ over C codecs; one that runs out of memory in a container reports it.
     ci->decodeError = plim::NoThrow(OSErr{memFullErr}, [&] { return ci->importer->decode(data, size, &ci->image); });
@@ -89,32 +101,25 @@ bool ReadFile(const char *path, std::vector<uint8_t> *out) {
     return ok;
 }
 
-// Premultiplies with rounding, for importers whose 32-bit output is labelled premultiplied.
-inline uint8_t Premultiply(uint8_t c, uint8_t a) {
-    unsigned t = static_cast<unsigned>(c) * a + 128u;
-    return static_cast<uint8_t>((t + (t >> 8)) >> 8);
+// Whether drawing labels the importer's 32-bit pixels premultiplied, so that they must be
+// multiplied (with rounding) on the way; picture importers hand their samples over as they are.
+bool DrawsPremultiplied(const Instance *ci) {
+    return ci->image.depth == 32 && !ci->image.premultiplied && ci->subtype != FourCC("PICT") &&
+           ci->subtype != FourCC("PCT ");
 }
 
 void DrawInto(const Instance *ci, const OpaqueGWorldPtr *port) {
     const decoders::Raster &r = ci->image.raster;
     int width = std::min<int>(port->width, static_cast<int>(r.width));
     int height = std::min<int>(port->height, static_cast<int>(r.height));
-    bool premultiply = ci->image.depth == 32 && !ci->image.premultiplied &&
-                       ci->subtype != FourCC("PICT") && ci->subtype != FourCC("PCT ");
+    const bool premultiply = DrawsPremultiplied(ci);
     for (int y = 0; y < height; y++) {
         const uint8_t *src = r.pixels + r.BytesPerRow() * static_cast<size_t>(y);
         uint8_t *dst = port->pixels + port->rowBytes * static_cast<size_t>(y);
         switch (port->pixelFormat) {
         case k32ARGBPixelFormat:
-            if (!premultiply) {
-                std::memcpy(dst, src, static_cast<size_t>(width) * 4);
-            } else {
-                for (int x = 0; x < width; x++) {
-                    uint8_t a = src[x * 4];
-                    dst[x * 4] = a;
-                    for (int c = 1; c < 4; c++) dst[x * 4 + c] = Premultiply(src[x * 4 + c], a);
-                }
-            }
+            std::memcpy(dst, src, static_cast<size_t>(width) * 4);
+            if (premultiply) graphics::PremultiplyAlphaFirst(dst, static_cast<size_t>(width));
             break;
         case k8IndexedGrayPixelFormat:
             for (int x = 0; x < width; x++) {
@@ -132,6 +137,36 @@ void DrawInto(const Instance *ci, const OpaqueGWorldPtr *port) {
             break;
         }
     }
+}
+
+// Pixels the importer left for drawing time: decoded straight into a 32-bit surface of the
+// picture's size, saving a copy of a large picture; otherwise into the importer's raster first.
+OSErr DecodeAndDraw(Instance *ci, const OpaqueGWorldPtr *port) {
+    const uint8_t *data = nullptr;
+    size_t size = 0;
+    if (!SourceBytes(ci, &data, &size)) return paramErr;
+    decoders::Raster &r = ci->image.raster;
+    auto decodeInto = ci->image.decodeInto;
+    if (port->pixelFormat == k32ARGBPixelFormat && static_cast<uint32_t>(port->width) == r.width &&
+        static_cast<uint32_t>(port->height) == r.height) {
+        const ARGBTarget target{port->pixels, port->rowBytes, r.width, r.height};
+        OSErr err = plim::NoThrow(OSErr{memFullErr}, [&] { return decodeInto(data, size, target); });
+        if (err != noErr) return err;
+        if (DrawsPremultiplied(ci))
+            for (uint32_t y = 0; y < r.height; y++)
+                graphics::PremultiplyAlphaFirst(port->pixels + port->rowBytes * y, r.width);
+        return noErr;
+    }
+    if (!r.Allocate(r.width, r.height, false)) return memFullErr;
+    const ARGBTarget target{r.pixels, r.BytesPerRow(), r.width, r.height};
+    OSErr err = plim::NoThrow(OSErr{memFullErr}, [&] { return decodeInto(data, size, target); });
+    if (err != noErr) {
+        std::free(r.Take());
+        return err;
+    }
+    ci->image.decodeInto = nullptr;
+    DrawInto(ci, port);
+    return noErr;
 }
 
 }  // namespace
@@ -203,6 +238,7 @@ PLIM_EXPORT ComponentResult GraphicsImportSetDataHandle(GraphicsImportComponent 
     ci->image.raster.icc.clear();
     ci->image.depth = 0;
     ci->image.premultiplied = false;
+    ci->image.decodeInto = nullptr;
     return noErr;
 }
 
@@ -250,6 +286,7 @@ PLIM_EXPORT ComponentResult GraphicsImportDraw(GraphicsImportComponent ci) {
     if (!ci->destination) return paramErr;
     OSErr err = Decode(ci);
     if (err != noErr) return err;
+    if (ci->image.decodeInto) return DecodeAndDraw(ci, ci->destination);
     DrawInto(ci, ci->destination);
     return noErr;
 }

@@ -15,6 +15,7 @@ const ExporterEntry kExporters[] = {
     {FourCC("JPEG"), ExportJPEG, ExportJPEGAtQuality},
     {FourCC("TIFF"), ExportTIFF, nullptr},
     {FourCC("PICT"), ExportPICT, nullptr},
+    {FourCC("WEBP"), ExportWebP, ExportWebPAtQuality},
 };
 
 bool ValidExporter(ComponentInstance ci) {

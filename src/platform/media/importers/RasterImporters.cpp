@@ -1,4 +1,4 @@
-// PNG and JPEG importers over the shared decoders.
+// PNG and JPEG importers over the shared decoders, and the raster helpers every importer uses.
 #include "platform/media/ComponentInternal.h"
 
 #include <cstdlib>
@@ -18,6 +18,24 @@ bool ExpandGreyToARGB(decoders::Raster *raster) {
     std::free(raster->pixels);
     raster->pixels = argb;
     raster->grey = false;
+    return true;
+}
+
+bool RasterFromInterleaved(const uint8_t *rows, size_t stride, uint32_t width, uint32_t height,
+                           int channels, decoders::Raster *raster) {
+    if (channels < 1 || channels > 4 || !raster->Allocate(width, height, false)) return false;
+    const bool colour = channels >= 3, alpha = channels % 2 == 0;
+    for (uint32_t y = 0; y < height; y++) {
+        const uint8_t *src = rows + stride * y;
+        uint8_t *dst = raster->pixels + raster->BytesPerRow() * y;
+        for (uint32_t x = 0; x < width; x++, src += channels, dst += 4) {
+            dst[0] = alpha ? src[channels - 1] : 0xFF;
+            dst[1] = src[0];
+            dst[2] = colour ? src[1] : src[0];
+            dst[3] = colour ? src[2] : src[0];
+        }
+    }
+    raster->alpha = alpha;
     return true;
 }
 
