@@ -188,10 +188,17 @@ bool PairDrawer::Draw(Extent sx, Extent sy, Extent dx, Extent dy) {
     if (!destBase_) return false;
     Source source;
     if (!SourceFor(sx, sy, dx.len, dy.len, &source)) return false;
-    if (!noOp_)
-        for (UInt32 r = 0; r < dy.len; ++r)
-            row_(source.base + r * source.rowBytes, DestPixel(dx.pos, dy.pos + r), dx.len);
     drew_ = true;
+    if (noOp_) return true;
+    // Rows that follow one another without a gap on both sides are one run of pixels.
+    const size_t rowBytes = static_cast<size_t>(dx.len) * bpp_;
+    const uint64_t pixels = uint64_t{dx.len} * dy.len;
+    if (source.rowBytes == rowBytes && destRowBytes_ == rowBytes && pixels <= UINT32_MAX) {
+        row_(source.base, DestPixel(dx.pos, dy.pos), static_cast<UInt32>(pixels));
+        return true;
+    }
+    for (UInt32 r = 0; r < dy.len; ++r)
+        row_(source.base + r * source.rowBytes, DestPixel(dx.pos, dy.pos + r), dx.len);
     return true;
 }
 
