@@ -1,5 +1,6 @@
 // Allocators: the C heap by default, and allocators made from caller callbacks.
 #include "RuntimeInternal.h"
+#include "platform/runtime/LargeBlocks.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 
@@ -15,7 +16,7 @@ namespace plim::runtime {
 namespace {
 
 void *HeapAllocate(CFIndex size, CFOptionFlags, void *) {
-    return std::malloc(static_cast<size_t>(size));
+    return AllocateBlock(static_cast<size_t>(size));
 }
 void *HeapReallocate(void *ptr, CFIndex size, CFOptionFlags, void *) {
     return std::realloc(ptr, static_cast<size_t>(size));
