@@ -7,7 +7,7 @@ packages=(
   build-essential cmake pkg-config git binutils
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   liblcms2-dev libpixman-1-dev libhwy-dev
-  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev libdeflate-dev libspng-dev
   netpbm imagemagick graphicsmagick
   clang-14 libclang-rt-14-dev
   nlohmann-json3-dev
