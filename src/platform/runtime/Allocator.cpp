@@ -19,7 +19,7 @@ void *HeapAllocate(CFIndex size, CFOptionFlags, void *) {
     return AllocateBlock(static_cast<size_t>(size));
 }
 void *HeapReallocate(void *ptr, CFIndex size, CFOptionFlags, void *) {
-    return std::realloc(ptr, static_cast<size_t>(size));
+    return ReallocateBlock(ptr, static_cast<size_t>(size));
 }
 void HeapDeallocate(void *ptr, void *) { std::free(ptr); }
 

@@ -9,8 +9,9 @@
 
 namespace plim::runtime {
 
-void *AllocateBlock(size_t size) {
-    void *block = std::malloc(size);
+namespace {
+
+void AdviseHugePages([[maybe_unused]] void *block, [[maybe_unused]] size_t size) {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
     if (block && size >= kLargeBlockBytes) {
         // Only whole huge pages inside the block; the advice is a hint, and its failure harmless.
@@ -20,7 +21,20 @@ void *AllocateBlock(size_t size) {
         if (end > start) madvise(reinterpret_cast<void *>(start), end - start, MADV_HUGEPAGE);
     }
 #endif
+}
+
+}  // namespace
+
+void *AllocateBlock(size_t size) {
+    void *block = std::malloc(size);
+    AdviseHugePages(block, size);
     return block;
+}
+
+void *ReallocateBlock(void *block, size_t size) {
+    void *moved = std::realloc(block, size);
+    AdviseHugePages(moved, size);
+    return moved;
 }
 
 }  // namespace plim::runtime

@@ -10,5 +10,7 @@ namespace plim::runtime {
 // a few dozen page faults instead of sixteen thousand, which is most of what writing it costs.
 constexpr size_t kLargeBlockBytes = size_t{8} << 20;
 void *AllocateBlock(size_t size);
+// std::realloc(block, size), with the same advice for the block it returns.
+void *ReallocateBlock(void *block, size_t size);
 
 }  // namespace plim::runtime
