@@ -211,12 +211,17 @@ void DrawExact(CGContext *ctx, CGImageRef image, const Mapping &m, SourceReader 
     const size_t dstPixel = ctx->layout == Layout::RGB32 ? 4 : 1;
     ConvertRow convert = reader.Converts() ? nullptr
                                            : ConvertFor(reader.layout(), reader.alpha(),
-                                                        ctx->layout, ctx->alphaInfo);
+                                                        ctx->layout, ctx->alphaInfo, clearRows);
+    // A row that writes every pixel as onto zero leaves only the row's padding to clear.
+    const size_t pixelBytes = convert && clearRows ? n * dstPixel : 0;
     for (long r = m.r0; r < m.r1; ++r) {
         long srcRow = m.flipY ? H - 1 - r - Y0 : r + Y1 - H;
         uint8_t *dst = ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow +
                        static_cast<size_t>(m.c0) * dstPixel;
-        if (clearRows) std::memset(ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow, 0, ctx->bytesPerRow);
+        if (clearRows) {
+            uint8_t *row = ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow;
+            std::memset(row + pixelBytes, 0, ctx->bytesPerRow - pixelBytes);
+        }
         if (convert) {
             convert(ImageData(image) + static_cast<size_t>(srcRow) * image->bytesPerRow,
                     static_cast<size_t>(m.c0 - X0), n, dst);
