@@ -38,22 +38,12 @@ Bytes Export(PlimCFImageExporter (*create)(CFAllocatorRef), CGImageRef image) {
     return out;
 }
 
-struct Reader {
-    const Bytes *file;
-    size_t offset;
-};
-
 // The samples of an 8-bit PNG as stored, and how many a pixel has.
 Bytes PNGSamples(const Bytes &file, int *channels) {
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
-    Reader reader{&file, 0};
-    png_set_read_fn(png, &reader, [](png_structp p, png_bytep data, png_size_t n) {
-        auto *r = static_cast<Reader *>(png_get_io_ptr(p));
-        if (n > r->file->size() - r->offset) png_error(p, "truncated");
-        std::memcpy(data, r->file->data() + r->offset, n);
-        r->offset += n;
-    });
+    PNGMemory memory{&file};
+    ReadPNGFromMemory(png, &memory);
     Bytes samples;
     if (!setjmp(png_jmpbuf(png))) {
         png_read_info(png, info);

@@ -242,7 +242,9 @@ void Convert32x4(const uint8_t *row, size_t x, size_t n, uint8_t *dst) {
     uint32_t words[4];
     FetchBytes<4, R, R + 1, R + 2, SSkip ? -1 : SA, SPremultiplied || SSkip>(row, x + i, n - i,
                                                                              words);
-    if constexpr (OntoZero) std::memset(dst + i * 4, 0, (n - i) * 4);
+    if constexpr (OntoZero) {
+        if (n > i) std::memset(dst + i * 4, 0, (n - i) * 4);
+    }
     Blend32<DR, DR + 1, DR + 2, DA, DOpaque>(words, n - i, dst + i * 4);
 }
 

@@ -1,5 +1,6 @@
 // The plain road for PNG image data gives the pixels of libpng's rows, and leaves every file it
 // is not sure of to libpng.
+#include "io/IOTestSupport.h"
 #include "platform/graphics/decoders/PNGImageData.h"
 #include "platform/graphics/decoders/Raster.h"
 
@@ -16,7 +17,7 @@
 namespace {
 
 using plim::decoders::Raster;
-using Bytes = std::vector<uint8_t>;
+using iotest::Bytes;
 
 struct Options {
     int colorType = PNG_COLOR_TYPE_RGB;
@@ -99,26 +100,16 @@ Bytes Encode(const Options &o, uint32_t seed) {
     return out;
 }
 
-struct Reader {
-    const Bytes *file;
-    size_t offset;
-};
-
 // Runs the plain road the way the decoder does, after png_read_info.
 bool PlainRoad(const Bytes &file, Raster *out) {
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
-    Reader reader{&file, 0};
-    png_set_read_fn(png, &reader, [](png_structp p, png_bytep data, png_size_t n) {
-        auto *r = static_cast<Reader *>(png_get_io_ptr(p));
-        if (n > r->file->size() - r->offset) png_error(p, "truncated");
-        std::memcpy(data, r->file->data() + r->offset, n);
-        r->offset += n;
-    });
+    iotest::PNGMemory memory{&file};
+    iotest::ReadPNGFromMemory(png, &memory);
     bool taken = false;
     if (!setjmp(png_jmpbuf(png))) {
         png_read_info(png, info);
-        taken = plim::decoders::DecodePlainImageData(png, info, file.data(), file.size(), reader.offset, out);
+        taken = plim::decoders::DecodePlainImageData(png, info, file.data(), file.size(), memory.offset, out);
     }
     png_destroy_read_struct(&png, &info, nullptr);
     return taken;

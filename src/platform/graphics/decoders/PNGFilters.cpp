@@ -131,6 +131,7 @@ bool UnfilterReference(uint8_t type, const uint8_t *src, const uint8_t *prev, ui
 }
 
 bool Unfilter(uint8_t type, const uint8_t *src, const uint8_t *prev, uint8_t *dst, size_t n, size_t bpp) {
+    if (n == 0) return type < kFilterCount;
     switch (type) {
         case kFilterNone: std::memcpy(dst, src, n); return true;
         case kFilterUp:

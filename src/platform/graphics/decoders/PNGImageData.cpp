@@ -170,10 +170,10 @@ bool LayoutFor(png_structp png, png_infop info, RowLayout *layout, size_t *chann
 bool DecodePlainImageData(png_structp png, png_infop info, const uint8_t *data, size_t size, size_t offset,
                           Raster *out) {
     if (png_get_bit_depth(png, info) != 8 || png_get_interlace_type(png, info) != PNG_INTERLACE_NONE) return false;
-    auto layout = std::make_unique<RowLayout>();
+    RowLayout layout;
     size_t channels = 0;
     bool grey = false, alpha = false;
-    if (!LayoutFor(png, info, layout.get(), &channels, &grey, &alpha)) return false;
+    if (!LayoutFor(png, info, &layout, &channels, &grey, &alpha)) return false;
     const png_uint_32 width = png_get_image_width(png, info), height = png_get_image_height(png, info);
     if (!DimensionsAcceptable(width, height)) return false;
 
@@ -209,7 +209,7 @@ bool DecodePlainImageData(png_structp png, png_infop info, const uint8_t *data, 
     uint8_t *prev = rows.get(), *cur = rows.get() + sampleRow;
     for (size_t y = 0; ok && y < height; y++, raw += rawRow) {
         if (!(ok = Unfilter(raw[0], raw + 1, prev, cur, sampleRow, channels))) break;
-        layout->Convert(cur, out->pixels + pixelRow * y, width);
+        layout.Convert(cur, out->pixels + pixelRow * y, width);
         std::swap(prev, cur);
     }
     if (!ok) {
