@@ -105,6 +105,10 @@ bool DecodePNG(const uint8_t *data, size_t size, Raster *out) {
     MemoryReader reader{data, size, 0};
     png_set_read_fn(png, &reader, ReadFromMemory);
     png_set_user_limits(png, kMaxDimension, kMaxDimension);
+    // libpng allocates a text or similar chunk's declared length before reading it, however
+    // short the file; none of them change the pixels, so they are skipped unread.
+    static const png_byte kSkipped[] = "tEXt\0zTXt\0iTXt\0eXIf\0sPLT";
+    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, kSkipped, 5);
     bool ok = plim::NoThrow(false, [&] { return DecodeInto(png, info, out); });
     png_destroy_read_struct(&png, &info, nullptr);
     if (!ok) {
