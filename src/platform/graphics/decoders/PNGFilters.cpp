@@ -182,13 +182,14 @@ void FilterRowReference(const uint8_t *row, const uint8_t *prev, uint8_t *out, s
 void FilterRow(const uint8_t *row, const uint8_t *prev, uint8_t *out, size_t n, size_t bpp) {
 #if PLIM_PNG_SSE2
     // The zero bytes before both rows stand in for the missing left neighbours.
+    const uint8_t *left = row - bpp, *upLeft = prev - bpp;
     uint64_t cost[kFilterCount] = {};
     __m128i sums[kFilterCount];
     for (__m128i &s : sums) s = _mm_setzero_si128();
     size_t i = 0;
     for (; i + 16 <= n; i += 16) {
-        const __m128i x = Load16(row + i), a = Load16(row + i - bpp);
-        const __m128i b = Load16(prev + i), c = Load16(prev + i - bpp);
+        const __m128i x = Load16(row + i), a = Load16(left + i);
+        const __m128i b = Load16(prev + i), c = Load16(upLeft + i);
         for (uint8_t type = kFilterNone; type < kFilterCount; type++)
             sums[type] = _mm_add_epi64(sums[type], Cost(Filtered(type, x, a, b, c)));
     }
@@ -197,19 +198,19 @@ void FilterRow(const uint8_t *row, const uint8_t *prev, uint8_t *out, size_t n, 
         _mm_store_si128(reinterpret_cast<__m128i *>(lanes), sums[type]);
         cost[type] = lanes[0] + lanes[1];
         for (size_t j = i; j < n; j++)
-            cost[type] += Magnitude(static_cast<uint8_t>(row[j] - Prediction(type, row[j - bpp], prev[j], prev[j - bpp])));
+            cost[type] += Magnitude(static_cast<uint8_t>(row[j] - Prediction(type, left[j], prev[j], upLeft[j])));
     }
     uint8_t best = kFilterNone;
     for (uint8_t type = kFilterSub; type < kFilterCount; type++)
         if (cost[type] < cost[best]) best = type;
     out[0] = best;
     for (i = 0; i + 16 <= n; i += 16) {
-        const __m128i x = Load16(row + i), a = Load16(row + i - bpp);
-        const __m128i b = Load16(prev + i), c = Load16(prev + i - bpp);
+        const __m128i x = Load16(row + i), a = Load16(left + i);
+        const __m128i b = Load16(prev + i), c = Load16(upLeft + i);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 1 + i), Filtered(best, x, a, b, c));
     }
     for (; i < n; i++)
-        out[1 + i] = static_cast<uint8_t>(row[i] - Prediction(best, row[i - bpp], prev[i], prev[i - bpp]));
+        out[1 + i] = static_cast<uint8_t>(row[i] - Prediction(best, left[i], prev[i], upLeft[i]));
 #else
     FilterRowReference(row, prev, out, n, bpp);
 #endif
