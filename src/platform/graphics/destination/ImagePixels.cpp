@@ -6,7 +6,6 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <memory>
 #include <new>
 
 #if defined(__SSE2__)
@@ -17,18 +16,19 @@ namespace plim::graphics {
 
 namespace {
 
-// round(C * 255 / A), at most 255, for every alpha A and sample C: [A * 256 + C].
+// round(C * 255 / A), at most 255, for every alpha A and sample C: [A * 256 + C]. Static
+// storage: making it allocates nothing, so nothing can throw.
 const uint8_t *UnpremultiplyTable() {
-    static const auto table = [] {
-        auto t = std::make_unique<std::array<uint8_t, 256 * 256>>();
+    static const std::array<uint8_t, 256 * 256> table = [] {
+        std::array<uint8_t, 256 * 256> t{};  // alpha 0: every sample 0
         for (unsigned a = 1; a < 256; a++)
             for (unsigned c = 0; c < 256; c++) {
                 const unsigned v = (c * 255u + a / 2u) / a;
-                (*t)[a * 256 + c] = static_cast<uint8_t>(v > 255u ? 255u : v);
+                t[a * 256 + c] = static_cast<uint8_t>(v > 255u ? 255u : v);
             }
-        return t;  // alpha 0: the row stays zero
+        return t;
     }();
-    return table->data();
+    return table.data();
 }
 
 #if defined(__SSE2__)
