@@ -23,7 +23,7 @@ target_include_directories(plim_objects
 target_link_libraries(plim_objects PUBLIC Threads::Threads m)
 
 # Third-party libraries the platform layer stands on; each subsystem's issue adds its own here.
-set(PLIM_PKG_MODULES lcms2 pixman-1 libpng libjpeg libtiff-4 libhwy
+set(PLIM_PKG_MODULES lcms2 pixman-1 libpng libjpeg libtiff-4 libhwy libdeflate
     libwebp libwebpdemux libwebpmux libavif libheif libjxl)
 foreach(mod IN LISTS PLIM_PKG_MODULES)
   string(MAKE_C_IDENTIFIER ${mod} _id)

@@ -7,7 +7,7 @@ packages=(
   build-essential cmake pkg-config git binutils
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   liblcms2-dev libpixman-1-dev libhwy-dev
-  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev libdeflate-dev libspng-dev
   libwebp-dev libavif-dev libheif-dev libjxl-dev
   # libheif's static link line names libnuma (for x265).
   libnuma-dev

@@ -1,6 +1,7 @@
 // Keeping an image's two representations in step: rendering from the buffer, promotion into a
 // supported layout, unification of two images, and drawing contexts over the buffer.
 #include "ImageInternal.h"
+#include "platform/graphics/ContextInternal.h"
 #include "platform/runtime/Errors.h"
 
 #include <cstring>
@@ -133,7 +134,6 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
         ResetLayoutFields(image);
         return;
     }
-    std::memset(image->buffer, 0, bufferSize);
     PlimCFContext context = PlimCFContextCreate(allocator, width, height, image->buffer, 8, bytesPerRow,
                                                 space, static_cast<CGImageAlphaInfo>(alphaInfo));
     CGContextRef cg = context ? PlimCFContextGetCGContext(context) : nullptr;
@@ -142,7 +142,9 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
         if (context) CFRelease(context);
         return;
     }
-    CGContextDrawImage(cg, CGRectMake(0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height)), rendered);
+    // The buffer is drawn onto as zero bytes: cleared row by row as the draw reaches it.
+    plim::graphics::ClearAndDrawImage(
+        cg, CGRectMake(0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height)), rendered);
     if (changed) PlimCFImageInvalidateImage(image);
     CFRelease(context);
 }

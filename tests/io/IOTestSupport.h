@@ -77,6 +77,21 @@ inline Bytes BarePNG(const Bytes &file, bool *grey) {
     return out;
 }
 
+// Lets libpng read a file from memory; `memory` must outlive the read.
+struct PNGMemory {
+    const Bytes *file;
+    size_t offset = 0;
+};
+
+inline void ReadPNGFromMemory(png_structp png, PNGMemory *memory) {
+    png_set_read_fn(png, memory, [](png_structp p, png_bytep data, png_size_t n) {
+        auto *m = static_cast<PNGMemory *>(png_get_io_ptr(p));
+        if (n > m->file->size() - m->offset) png_error(p, "truncated");
+        std::memcpy(data, m->file->data() + m->offset, n);
+        m->offset += n;
+    });
+}
+
 inline Bytes EncodeJPEG(const Bytes &pixels, int w, int h, int components, J_COLOR_SPACE space,
                         int quality = 90) {
     jpeg_compress_struct cinfo;

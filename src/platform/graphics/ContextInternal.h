@@ -26,3 +26,12 @@ struct CGContext {
     plim::graphics::Matrix ctm;
     std::vector<plim::graphics::Matrix> *saved;  // the save stack, made on first save
 };
+
+namespace plim::graphics {
+
+// Sets every byte of the context's memory to zero and then draws as CGContextDrawImage: what a
+// fresh zero-filled bitmap shows after the draw. Memory the caller has not initialised may be
+// passed; a 1:1 draw over the whole context writes it once.
+void ClearAndDrawImage(CGContextRef context, CGRect rect, CGImageRef image);
+
+}  // namespace plim::graphics

@@ -8,7 +8,19 @@
 #include <cstring>
 #include <limits>
 
+#include <sys/stat.h>
+
 namespace {
+
+// Room for a whole regular file and one byte more, so that reading it moves nothing; a block of
+// 64 KB to start from for anything else.
+size_t FirstCapacity(std::FILE *file) {
+    struct stat info;
+    if (fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= 0 &&
+        static_cast<uint64_t>(info.st_size) < std::numeric_limits<uint32_t>::max())
+        return static_cast<size_t>(info.st_size) + 1;
+    return size_t{1} << 16;
+}
 
 void ProviderFinalize(CFTypeRef cf) {
     auto *provider = static_cast<CGDataProvider *>(const_cast<void *>(cf));
@@ -43,7 +55,7 @@ void *ReadFile(const char *path, size_t *size) {
     using plim::errors::FromErrno;
     std::FILE *file = std::fopen(path, "rb");
     if (!file) return plim::errors::Fail(FromErrno(errno, kPlimErrorReadFailed), nullptr);
-    size_t capacity = 1 << 16, used = 0;
+    size_t capacity = FirstCapacity(file), used = 0;
     auto *bytes = static_cast<unsigned char *>(std::malloc(capacity));
     if (!bytes) plim::errors::Record(kPlimErrorOutOfMemory);
     while (bytes) {

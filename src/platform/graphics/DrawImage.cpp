@@ -15,6 +15,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -199,8 +200,10 @@ bool MapRect(const CGContext *ctx, CGRect rect, CGImageRef image, Mapping *m) {
     return m->c0 < m->c1 && m->r0 < m->r1;
 }
 
+// With `clearRows`, each destination row is set to zero just before it is drawn (the mapping
+// then covers whole rows).
 void DrawExact(CGContext *ctx, CGImageRef image, const Mapping &m, SourceReader &reader,
-               BlendRow blend, std::vector<uint32_t> &words) {
+               BlendRow blend, std::vector<uint32_t> &words, bool clearRows) {
     const long H = static_cast<long>(ctx->height);
     const long X0 = static_cast<long>(m.X0), Y0 = static_cast<long>(m.Y0);
     const long Y1 = static_cast<long>(m.Y1);
@@ -208,11 +211,17 @@ void DrawExact(CGContext *ctx, CGImageRef image, const Mapping &m, SourceReader 
     const size_t dstPixel = ctx->layout == Layout::RGB32 ? 4 : 1;
     ConvertRow convert = reader.Converts() ? nullptr
                                            : ConvertFor(reader.layout(), reader.alpha(),
-                                                        ctx->layout, ctx->alphaInfo);
+                                                        ctx->layout, ctx->alphaInfo, clearRows);
+    // A row that writes every pixel as onto zero leaves only the row's padding to clear.
+    const size_t pixelBytes = convert && clearRows ? n * dstPixel : 0;
     for (long r = m.r0; r < m.r1; ++r) {
         long srcRow = m.flipY ? H - 1 - r - Y0 : r + Y1 - H;
         uint8_t *dst = ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow +
                        static_cast<size_t>(m.c0) * dstPixel;
+        if (clearRows) {
+            uint8_t *row = ctx->data + static_cast<size_t>(r) * ctx->bytesPerRow;
+            std::memset(row + pixelBytes, 0, ctx->bytesPerRow - pixelBytes);
+        }
         if (convert) {
             convert(ImageData(image) + static_cast<size_t>(srcRow) * image->bytesPerRow,
                     static_cast<size_t>(m.c0 - X0), n, dst);
@@ -478,31 +487,61 @@ void DrawResampled(CGContext *ctx, const Mapping &m, CGImageRef image, SourceRea
     }
 }
 
-}  // namespace
-
-extern "C" {
-
-PLIM_EXPORT void CGContextDrawImage(CGContextRef context, CGRect rect, CGImageRef image) {
-    if (!context || !image) return;
+// CGContextDrawImage, and with `clearFirst` the same onto a context first set to zero. A 1:1
+// draw over the whole context then clears each row just before drawing it, so that the memory
+// is written once, while it is in cache.
+void Draw(CGContextRef context, CGRect rect, CGImageRef image, bool clearFirst) {
+    bool cleared = !clearFirst;
+    auto clearAll = [&] {
+        if (!cleared) std::memset(context->data, 0, context->bytesPerRow * context->height);
+        cleared = true;
+    };
     Mapping m;
-    if (!MapRect(context, rect, image, &m)) return;
     BlendRow blend = BlendFor(context->layout, context->alphaInfo);
-    if (!blend) return;
+    if (!image || !blend || !MapRect(context, rect, image, &m)) {
+        clearAll();
+        return;
+    }
     try {
         // The reader may build (and cache) a colour conversion: memory for it can run out too.
         SourceReader reader;
-        if (!reader.Init(image, context)) return;
+        if (!reader.Init(image, context)) {
+            clearAll();
+            return;
+        }
         bool exact = m.kx == 1 && m.ky == 1 && !m.flipX && m.X0 == std::floor(m.X0) &&
                      m.Y0 == std::floor(m.Y0);
         if (exact) {
             std::vector<uint32_t> words(static_cast<size_t>(m.c1 - m.c0));
-            DrawExact(context, image, m, reader, blend, words);
+            const bool wholeRows = m.c0 == 0 && static_cast<size_t>(m.c1) == context->width &&
+                                   m.r0 == 0 && static_cast<size_t>(m.r1) == context->height;
+            if (wholeRows) cleared = true;
+            clearAll();
+            DrawExact(context, image, m, reader, blend, words, clearFirst && wholeRows);
         } else {
+            clearAll();
             DrawResampled(context, m, image, reader, blend);
         }
     } catch (...) {
         // Out of memory: nothing more is drawn.
+        clearAll();
     }
+}
+
+}  // namespace
+
+namespace plim::graphics {
+
+void ClearAndDrawImage(CGContextRef context, CGRect rect, CGImageRef image) {
+    if (context) Draw(context, rect, image, true);
+}
+
+}  // namespace plim::graphics
+
+extern "C" {
+
+PLIM_EXPORT void CGContextDrawImage(CGContextRef context, CGRect rect, CGImageRef image) {
+    if (context && image) Draw(context, rect, image, false);
 }
 
 }  // extern "C"

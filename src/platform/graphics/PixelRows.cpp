@@ -1,6 +1,7 @@
 #include "platform/graphics/PixelRows.h"
 
 #include <algorithm>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -200,7 +201,9 @@ void Blend32x4(const uint32_t *src, size_t n, uint8_t *dst) {
 // and blue always sit in that order, so moving alpha between first and last is a rotation of
 // the 32-bit pixel; the samples are then worked on as two sets of 16-bit lanes (bytes 0 and 2,
 // bytes 1 and 3), which needs no byte shuffles at all.
-template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque>
+// With OntoZero the destination is taken as zero bytes, whatever it holds, and not read: the
+// source-over result is then the source itself (premultiplied, with the skipped byte 255).
+template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque, bool OntoZero = false>
 void Convert32x4(const uint8_t *row, size_t x, size_t n, uint8_t *dst) {
     const uint8_t *p = row + x * 4;
     const __m128i evenBytes = _mm_set1_epi32(0x00FF00FF);
@@ -208,7 +211,6 @@ void Convert32x4(const uint8_t *row, size_t x, size_t n, uint8_t *dst) {
     size_t i = 0;
     for (; i + 4 <= n; i += 4) {
         __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i * 4));
-        __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i *>(dst + i * 4));
         if constexpr (SA == 3 && DA == 0) {
             s = _mm_or_si128(_mm_slli_epi32(s, 8), _mm_srli_epi32(s, 24));
         } else if constexpr (SA == 0 && DA == 3) {
@@ -224,10 +226,14 @@ void Convert32x4(const uint8_t *row, size_t x, size_t n, uint8_t *dst) {
             __m128i colour = _mm_or_si128(even, _mm_slli_epi16(odd, 8));
             s = _mm_or_si128(_mm_and_si128(alphaMask, s), _mm_andnot_si128(alphaMask, colour));
         }
-        __m128i inverse = _mm_sub_epi16(evenBytes, alpha);
-        __m128i even = Div255x8(_mm_mullo_epi16(_mm_and_si128(d, evenBytes), inverse));
-        __m128i odd = Div255x8(_mm_mullo_epi16(_mm_srli_epi16(d, 8), inverse));
-        __m128i result = _mm_adds_epu8(s, _mm_or_si128(even, _mm_slli_epi16(odd, 8)));
+        __m128i result = s;
+        if constexpr (!OntoZero) {
+            __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i *>(dst + i * 4));
+            __m128i inverse = _mm_sub_epi16(evenBytes, alpha);
+            __m128i even = Div255x8(_mm_mullo_epi16(_mm_and_si128(d, evenBytes), inverse));
+            __m128i odd = Div255x8(_mm_mullo_epi16(_mm_srli_epi16(d, 8), inverse));
+            result = _mm_adds_epu8(s, _mm_or_si128(even, _mm_slli_epi16(odd, 8)));
+        }
         if constexpr (DOpaque) result = _mm_or_si128(result, alphaMask);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i * 4), result);
     }
@@ -236,6 +242,9 @@ void Convert32x4(const uint8_t *row, size_t x, size_t n, uint8_t *dst) {
     uint32_t words[4];
     FetchBytes<4, R, R + 1, R + 2, SSkip ? -1 : SA, SPremultiplied || SSkip>(row, x + i, n - i,
                                                                              words);
+    if constexpr (OntoZero) {
+        if (n > i) std::memset(dst + i * 4, 0, (n - i) * 4);
+    }
     Blend32<DR, DR + 1, DR + 2, DA, DOpaque>(words, n - i, dst + i * 4);
 }
 
@@ -245,7 +254,7 @@ __attribute__((target("avx2"))) inline __m256i Div255x16(__m256i x) {
     return _mm256_mulhi_epu16(_mm256_add_epi16(x, _mm256_set1_epi16(128)), _mm256_set1_epi16(257));
 }
 
-template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque>
+template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque, bool OntoZero = false>
 __attribute__((target("avx2"))) void Convert32x8(const uint8_t *row, size_t x, size_t n,
                                                  uint8_t *dst) {
     const uint8_t *p = row + x * 4;
@@ -254,7 +263,6 @@ __attribute__((target("avx2"))) void Convert32x8(const uint8_t *row, size_t x, s
     size_t i = 0;
     for (; i + 8 <= n; i += 8) {
         __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + i * 4));
-        __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(dst + i * 4));
         if constexpr (SA == 3 && DA == 0) {
             s = _mm256_or_si256(_mm256_slli_epi32(s, 8), _mm256_srli_epi32(s, 24));
         } else if constexpr (SA == 0 && DA == 3) {
@@ -271,34 +279,49 @@ __attribute__((target("avx2"))) void Convert32x8(const uint8_t *row, size_t x, s
             s = _mm256_or_si256(_mm256_and_si256(alphaMask, s),
                                 _mm256_andnot_si256(alphaMask, colour));
         }
-        __m256i inverse = _mm256_sub_epi16(evenBytes, alpha);
-        __m256i even = Div255x16(_mm256_mullo_epi16(_mm256_and_si256(d, evenBytes), inverse));
-        __m256i odd = Div255x16(_mm256_mullo_epi16(_mm256_srli_epi16(d, 8), inverse));
-        __m256i result = _mm256_adds_epu8(s, _mm256_or_si256(even, _mm256_slli_epi16(odd, 8)));
+        __m256i result = s;
+        if constexpr (!OntoZero) {
+            __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(dst + i * 4));
+            __m256i inverse = _mm256_sub_epi16(evenBytes, alpha);
+            __m256i even = Div255x16(_mm256_mullo_epi16(_mm256_and_si256(d, evenBytes), inverse));
+            __m256i odd = Div255x16(_mm256_mullo_epi16(_mm256_srli_epi16(d, 8), inverse));
+            result = _mm256_adds_epu8(s, _mm256_or_si256(even, _mm256_slli_epi16(odd, 8)));
+        }
         if constexpr (DOpaque) result = _mm256_or_si256(result, alphaMask);
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i * 4), result);
     }
-    Convert32x4<SA, SSkip, SPremultiplied, DA, DOpaque>(row, x + i, n - i, dst + i * 4);
+    Convert32x4<SA, SSkip, SPremultiplied, DA, DOpaque, OntoZero>(row, x + i, n - i, dst + i * 4);
 }
 #endif
 
-template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque>
+template <int SA, bool SSkip, bool SPremultiplied, int DA, bool DOpaque, bool OntoZero>
 ConvertRow Convert32() {
 #if PLIM_GRAPHICS_AVX2
-    if (__builtin_cpu_supports("avx2")) return Convert32x8<SA, SSkip, SPremultiplied, DA, DOpaque>;
+    if (__builtin_cpu_supports("avx2")) return Convert32x8<SA, SSkip, SPremultiplied, DA, DOpaque, OntoZero>;
 #endif
-    return Convert32x4<SA, SSkip, SPremultiplied, DA, DOpaque>;
+    return Convert32x4<SA, SSkip, SPremultiplied, DA, DOpaque, OntoZero>;
 }
 
-template <int DA, bool DOpaque>
+template <int DA, bool DOpaque, bool OntoZero>
 ConvertRow ConvertTo(CGImageAlphaInfo source) {
     switch (source) {
-        case kCGImageAlphaPremultipliedLast: return Convert32<3, false, true, DA, DOpaque>();
-        case kCGImageAlphaPremultipliedFirst: return Convert32<0, false, true, DA, DOpaque>();
-        case kCGImageAlphaLast: return Convert32<3, false, false, DA, DOpaque>();
-        case kCGImageAlphaFirst: return Convert32<0, false, false, DA, DOpaque>();
-        case kCGImageAlphaNoneSkipLast: return Convert32<3, true, true, DA, DOpaque>();
-        case kCGImageAlphaNoneSkipFirst: return Convert32<0, true, true, DA, DOpaque>();
+        case kCGImageAlphaPremultipliedLast: return Convert32<3, false, true, DA, DOpaque, OntoZero>();
+        case kCGImageAlphaPremultipliedFirst: return Convert32<0, false, true, DA, DOpaque, OntoZero>();
+        case kCGImageAlphaLast: return Convert32<3, false, false, DA, DOpaque, OntoZero>();
+        case kCGImageAlphaFirst: return Convert32<0, false, false, DA, DOpaque, OntoZero>();
+        case kCGImageAlphaNoneSkipLast: return Convert32<3, true, true, DA, DOpaque, OntoZero>();
+        case kCGImageAlphaNoneSkipFirst: return Convert32<0, true, true, DA, DOpaque, OntoZero>();
+        default: return nullptr;
+    }
+}
+
+template <bool OntoZero>
+ConvertRow ConvertInto(CGImageAlphaInfo sourceAlpha, CGImageAlphaInfo destAlpha) {
+    switch (destAlpha) {
+        case kCGImageAlphaPremultipliedLast: return ConvertTo<3, false, OntoZero>(sourceAlpha);
+        case kCGImageAlphaPremultipliedFirst: return ConvertTo<0, false, OntoZero>(sourceAlpha);
+        case kCGImageAlphaNoneSkipLast: return ConvertTo<3, true, OntoZero>(sourceAlpha);
+        case kCGImageAlphaNoneSkipFirst: return ConvertTo<0, true, OntoZero>(sourceAlpha);
         default: return nullptr;
     }
 }
@@ -385,19 +408,12 @@ BlendRow BlendFor(Layout layout, CGImageAlphaInfo alpha) {
 }
 
 ConvertRow ConvertFor(Layout source, CGImageAlphaInfo sourceAlpha, Layout dest,
-                      CGImageAlphaInfo destAlpha) {
+                      CGImageAlphaInfo destAlpha, bool ontoZero) {
 #if PLIM_GRAPHICS_SSE2
-    if (source == Layout::RGB32 && dest == Layout::RGB32) {
-        switch (destAlpha) {
-            case kCGImageAlphaPremultipliedLast: return ConvertTo<3, false>(sourceAlpha);
-            case kCGImageAlphaPremultipliedFirst: return ConvertTo<0, false>(sourceAlpha);
-            case kCGImageAlphaNoneSkipLast: return ConvertTo<3, true>(sourceAlpha);
-            case kCGImageAlphaNoneSkipFirst: return ConvertTo<0, true>(sourceAlpha);
-            default: return nullptr;
-        }
-    }
+    if (source == Layout::RGB32 && dest == Layout::RGB32)
+        return ontoZero ? ConvertInto<true>(sourceAlpha, destAlpha) : ConvertInto<false>(sourceAlpha, destAlpha);
 #else
-    (void)source, (void)sourceAlpha, (void)dest, (void)destAlpha;
+    (void)source, (void)sourceAlpha, (void)dest, (void)destAlpha, (void)ontoZero;
 #endif
     return nullptr;
 }

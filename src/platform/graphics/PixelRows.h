@@ -28,10 +28,11 @@ BlendRow BlendFor(Layout layout, CGImageAlphaInfo alpha);
 
 // Reads n pixels from pixel x of a source row and draws them onto a destination row in one
 // pass, with the bytes of FetchFor followed by BlendFor. Null where there is no such row for
-// the pair of layouts; callers then fetch and blend.
+// the pair of layouts; callers then fetch and blend. With `ontoZero` the row draws as onto zero
+// bytes without reading the destination, whatever it holds.
 using ConvertRow = void (*)(const uint8_t *row, size_t x, size_t n, uint8_t *dst);
 ConvertRow ConvertFor(Layout source, CGImageAlphaInfo sourceAlpha, Layout dest,
-                      CGImageAlphaInfo destAlpha);
+                      CGImageAlphaInfo destAlpha, bool ontoZero = false);
 
 // The per-pixel rows that the selectors above speed up with SIMD where they can; the two must
 // give the same bytes.

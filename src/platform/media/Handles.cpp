@@ -2,6 +2,8 @@
 // the handle itself stays put.
 #include <PlimBitmapLib/platform/MacMemory.h>
 
+#include "platform/runtime/LargeBlocks.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -89,7 +91,7 @@ void SetHandleSize(Handle h, Size newSize) {
         }
         Size capacity = block->capacity;
         while (capacity < newSize) capacity = capacity > kMaxHandleSize / 2 ? newSize : capacity * 2;
-        auto *bytes = static_cast<Ptr>(std::realloc(block->master, static_cast<size_t>(capacity)));
+        auto *bytes = static_cast<Ptr>(plim::runtime::ReallocateBlock(block->master, static_cast<size_t>(capacity)));
         if (!bytes) {
             gMemError = memFullErr;
             return;

@@ -1,6 +1,7 @@
 // Allocators: the C heap by default, and allocators made from caller callbacks.
 #include "RuntimeInternal.h"
 #include "platform/runtime/Errors.h"
+#include "platform/runtime/LargeBlocks.h"
 
 #include <PlimBitmapLib/platform/CFString.h>
 
@@ -16,10 +17,10 @@ namespace plim::runtime {
 namespace {
 
 void *HeapAllocate(CFIndex size, CFOptionFlags, void *) {
-    return std::malloc(static_cast<size_t>(size));
+    return AllocateBlock(static_cast<size_t>(size));
 }
 void *HeapReallocate(void *ptr, CFIndex size, CFOptionFlags, void *) {
-    return std::realloc(ptr, static_cast<size_t>(size));
+    return ReallocateBlock(ptr, static_cast<size_t>(size));
 }
 void HeapDeallocate(void *ptr, void *) { std::free(ptr); }
 

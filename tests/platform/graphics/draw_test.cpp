@@ -1,6 +1,7 @@
 // CGContextDrawImage: exact 1:1 conversions between layouts, placement through the transform,
 // source-over, and resampling.
 #include "GraphicsTestSupport.h"
+#include "platform/graphics/ContextInternal.h"
 
 #include <gtest/gtest.h>
 
@@ -339,6 +340,62 @@ TEST_F(Draws, EmbeddedProfilesAreConverted) {
     for (int c = 1; c < 4; ++c) EXPECT_NEAR(out[c], 94, 3) << c;
     CGImageRelease(half);
     CGColorSpaceRelease(linearSpace);
+}
+
+TEST_F(Draws, ClearAndDrawGivesTheDrawOntoZeroWhateverTheMemoryHeld) {
+    const size_t w = 37, h = 11;
+    std::mt19937 rng(21);
+    std::vector<uint8_t> argb = RandomARGB(w * h, 4), noise(w * h * 4);
+    for (auto &b : noise) b = static_cast<uint8_t>(rng());
+    struct Source {
+        std::vector<uint8_t> bytes;
+        size_t bpc, bpp;
+        CGColorSpaceRef space;
+        uint32_t alpha;
+    };
+    const Source sources[] = {
+        {argb, 8, 32, rgb, kCGImageAlphaPremultipliedFirst}, {noise, 8, 32, rgb, kCGImageAlphaFirst},
+        {noise, 8, 32, rgb, kCGImageAlphaNoneSkipFirst},     {noise, 8, 32, rgb, kCGImageAlphaLast},
+        {noise, 8, 32, rgb, kCGImageAlphaNoneSkipLast},      {noise, 8, 8, grey, kCGImageAlphaNone},
+        {noise, 1, 1, grey, kCGImageAlphaNone},              {noise, 16, 64, rgb, kCGImageAlphaLast},
+    };
+    struct Dest {
+        CGColorSpaceRef space;
+        uint32_t alpha;
+        size_t bytesPerPixel;
+    };
+    const Dest dests[] = {{rgb, kCGImageAlphaPremultipliedFirst, 4}, {rgb, kCGImageAlphaNoneSkipFirst, 4},
+                          {rgb, kCGImageAlphaPremultipliedLast, 4}, {grey, kCGImageAlphaNone, 1}};
+    const CGRect rects[] = {CGRectMake(0, 0, w, h), CGRectMake(3, 2, w, h), CGRectMake(-4, 1, w - 10, h - 3),
+                            CGRectMake(0, 0, w * 2.5f, h * 1.5f), CGRectMake(0, 0, 0, h)};
+    for (const Source &s : sources) {
+        const size_t bpr = (w * s.bpp + 7) / 8;
+        CGImageRef image = MakeImage(s.bytes, w, h, s.bpc, s.bpp, bpr, s.space, s.alpha);
+        for (const Dest &d : dests) {
+            for (const CGRect &rect : rects) {
+                // Rows with padding, which the draw must clear too.
+                const size_t rowBytes = w * d.bytesPerPixel + 3;
+                std::vector<uint8_t> expected(rowBytes * h, 0), got(rowBytes * h, 0xA5);
+                CGContextRef a = CGBitmapContextCreate(expected.data(), w, h, 8, rowBytes, d.space, d.alpha);
+                CGContextRef b = CGBitmapContextCreate(got.data(), w, h, 8, rowBytes, d.space, d.alpha);
+                ASSERT_NE(a, nullptr);
+                ASSERT_NE(b, nullptr);
+                CGContextDrawImage(a, rect, image);
+                plim::graphics::ClearAndDrawImage(b, rect, image);
+                EXPECT_EQ(got, expected) << "source " << (&s - sources) << ", dest " << (&d - dests) << ", rect "
+                                         << (&rect - rects);
+                CGContextRelease(a);
+                CGContextRelease(b);
+            }
+        }
+        CGImageRelease(image);
+    }
+    // Without an image there is nothing to draw, and the memory is cleared all the same.
+    std::vector<uint8_t> memory(w * h * 4, 0xA5);
+    CGContextRef ctx = CGBitmapContextCreate(memory.data(), w, h, 8, w * 4, rgb, kCGImageAlphaPremultipliedFirst);
+    plim::graphics::ClearAndDrawImage(ctx, CGRectMake(0, 0, w, h), nullptr);
+    EXPECT_EQ(memory, std::vector<uint8_t>(w * h * 4, 0));
+    CGContextRelease(ctx);
 }
 
 }  // namespace

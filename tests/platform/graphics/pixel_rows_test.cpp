@@ -65,6 +65,14 @@ TEST(PixelRows, FastRowsMatchPerPixelRowsOnRandomInput) {
                 plim::graphics::ScalarFetchFor(Layout::RGB32, from)(row.data(), x, n, w.data());
                 plim::graphics::ScalarBlendFor(Layout::RGB32, to)(w.data(), n, slow.data());
                 ASSERT_EQ(fast, slow) << "convert " << from << " to " << to << ", n " << n;
+                // The same onto zero bytes, without regard to what the destination held.
+                auto ontoZero = plim::graphics::ConvertFor(Layout::RGB32, from, Layout::RGB32, to, true);
+                ASSERT_NE(ontoZero, nullptr);
+                fast = dst;
+                slow.assign(n * 4, 0);
+                ontoZero(row.data(), x, n, fast.data());
+                plim::graphics::ScalarBlendFor(Layout::RGB32, to)(w.data(), n, slow.data());
+                ASSERT_EQ(fast, slow) << "onto zero, " << from << " to " << to << ", n " << n;
             }
         }
     }

@@ -7,6 +7,7 @@
 #include <jpeglib.h>
 #include <jerror.h>
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstring>
 
@@ -84,8 +85,12 @@ bool DecodeInto(jpeg_decompress_struct *cinfo, ErrorManager *err, const uint8_t 
     while (cinfo->output_scanline < cinfo->output_height) {
         uint8_t *dst = out->pixels + rowBytes * cinfo->output_scanline;
         if (!cmyk) {
-            JSAMPROW rows[1] = {dst};
-            jpeg_read_scanlines(cinfo, rows, 1);
+            // Several rows a call: the upsampler then writes pairs of rows in place instead of
+            // through a spare row.
+            JSAMPROW rows[16];
+            const JDIMENSION count = std::min<JDIMENSION>(16, cinfo->output_height - cinfo->output_scanline);
+            for (JDIMENSION i = 0; i < count; i++) rows[i] = dst + rowBytes * i;
+            jpeg_read_scanlines(cinfo, rows, count);
         } else {
             jpeg_read_scanlines(cinfo, row, 1);
             CMYKToXRGB(row[0], dst, out->width, cinfo->saw_Adobe_marker);

@@ -4,6 +4,7 @@
 #include <PlimBitmapLib/platform/CGImage.h>
 
 #include "platform/runtime/Errors.h"
+#include "platform/runtime/LargeBlocks.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -45,9 +46,9 @@ struct Raster {
     size_t BytesPerPixel() const { return grey ? 1 : 4; }
     size_t BytesPerRow() const { return static_cast<size_t>(width) * BytesPerPixel(); }
     uint8_t *Take() { return std::exchange(pixels, nullptr); }
-    // Allocates the pixel memory for the given geometry; false for absurd sizes (the reason is
-    // recorded).
-    bool Allocate(uint32_t w, uint32_t h, bool isGrey);
+    // Allocates the pixel memory for the given geometry, and `slack` bytes past its end for a
+    // decoder's own use; false for absurd sizes (the reason is recorded).
+    bool Allocate(uint32_t w, uint32_t h, bool isGrey, size_t slack = 0);
 };
 
 // Whether a decoder may allocate a picture of w x h pixels.
@@ -55,14 +56,15 @@ inline bool DimensionsAcceptable(uint64_t w, uint64_t h) {
     return w > 0 && h > 0 && w <= kMaxDimension && h <= kMaxDimension && w * h <= PixelLimit();
 }
 
-inline bool Raster::Allocate(uint32_t w, uint32_t h, bool isGrey) {
+inline bool Raster::Allocate(uint32_t w, uint32_t h, bool isGrey, size_t slack) {
     if (!DimensionsAcceptable(w, h))
         return errors::Fail(w && h ? kPlimErrorTooLarge : kPlimErrorCorrupt, false);
+    if (slack > SIZE_MAX / 2) return errors::Fail(kPlimErrorOutOfMemory, false);
     std::free(pixels);
     width = w;
     height = h;
     grey = isGrey;
-    pixels = static_cast<uint8_t *>(std::malloc(BytesPerRow() * h));
+    pixels = static_cast<uint8_t *>(runtime::AllocateBlock(BytesPerRow() * h + slack));
     if (!pixels) errors::Record(kPlimErrorOutOfMemory);
     return pixels != nullptr;
 }

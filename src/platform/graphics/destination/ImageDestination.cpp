@@ -5,6 +5,7 @@
 #include <PlimBitmapLib/platform/CFString.h>
 
 #include "platform/graphics/destination/ImagePixels.h"
+#include "platform/graphics/destination/TIFFFile.h"
 
 #include <tiffio.h>
 
@@ -30,7 +31,7 @@ const CFRuntimeClass kDestinationClass = {0, "CGImageDestination", nullptr, null
                                           DestinationFinalize, nullptr, nullptr, nullptr, nullptr};
 
 struct MemoryFile {
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t> &bytes;
     toff_t offset = 0;
 };
 
@@ -67,7 +68,7 @@ int Map(thandle_t, tdata_t *, toff_t *) { return 0; }
 void Unmap(thandle_t, tdata_t, toff_t) {}
 int Silent(TIFF *, void *, const char *, const char *, va_list) { return 1; }
 
-bool EncodeTIFF(const plim::graphics::EncodablePixels &px, MemoryFile *file) {
+bool EncodeTIFF(const plim::graphics::EncodableRows &px, MemoryFile *file) {
     TIFFOpenOptions *options = TIFFOpenOptionsAlloc();
     if (!options) return false;
     TIFFOpenOptionsSetErrorHandlerExtR(options, Silent, nullptr);
@@ -100,19 +101,9 @@ bool EncodeTIFF(const plim::graphics::EncodablePixels &px, MemoryFile *file) {
     } catch (const std::bad_alloc &) {
         ok = false;
     }
+    const auto order = px.alpha ? plim::graphics::SampleOrder::RGBA : plim::graphics::SampleOrder::RGB;
     for (uint32_t y = 0; ok && y < px.height; y++) {
-        const uint8_t *src = px.pixels.data() + px.BytesPerRow() * y;
-        if (px.grey) {
-            std::memcpy(row.data(), src, rowBytes);
-        } else {
-            uint8_t *dst = row.data();
-            for (uint32_t x = 0; x < px.width; x++, src += 4) {
-                *dst++ = src[1];
-                *dst++ = src[2];
-                *dst++ = src[3];
-                if (px.alpha) *dst++ = src[0];
-            }
-        }
+        px.Read(y, order, row.data());
         ok = TIFFWriteScanline(tif, row.data(), y, 0) == 1;
     }
     if (ok) ok = TIFFWriteDirectory(tif) == 1;
@@ -121,6 +112,25 @@ bool EncodeTIFF(const plim::graphics::EncodablePixels &px, MemoryFile *file) {
 }
 
 }  // namespace
+
+namespace plim::graphics {
+
+bool WriteTIFF(CGImageRef image, std::vector<uint8_t> *file) {
+    EncodableRows px;
+    if (!px.Open(image)) return false;
+    file->clear();
+    // Room for the file however little it compresses, so that it is never moved while it
+    // grows; pages it does not reach are never touched.
+    const size_t samples = size_t{px.width} * px.height * (px.grey ? 1 : 4);
+    try {
+        file->reserve(samples + samples / 64 + 65536);
+    } catch (const std::bad_alloc &) {
+    }
+    MemoryFile memory{*file};
+    return EncodeTIFF(px, &memory);
+}
+
+}  // namespace plim::graphics
 
 PLIM_EXPORT CFTypeID CGImageDestinationGetTypeID(void) {
     static const CFTypeID id = _CFRuntimeRegisterClass(&kDestinationClass);
@@ -152,11 +162,9 @@ PLIM_EXPORT void CGImageDestinationAddImage(CGImageDestinationRef idst, CGImageR
 
 PLIM_EXPORT bool CGImageDestinationFinalize(CGImageDestinationRef idst) {
     if (!idst || !idst->image) return false;
-    plim::graphics::EncodablePixels px;
-    if (!plim::graphics::ReadEncodablePixels(idst->image, &px)) return false;
-    MemoryFile file;
-    if (!EncodeTIFF(px, &file)) return false;
+    std::vector<uint8_t> bytes;
+    if (!plim::graphics::WriteTIFF(idst->image, &bytes)) return false;
     CFDataSetLength(idst->data, 0);
-    CFDataAppendBytes(idst->data, file.bytes.data(), static_cast<CFIndex>(file.bytes.size()));
-    return CFDataGetLength(idst->data) == static_cast<CFIndex>(file.bytes.size());
+    CFDataAppendBytes(idst->data, bytes.data(), static_cast<CFIndex>(bytes.size()));
+    return CFDataGetLength(idst->data) == static_cast<CFIndex>(bytes.size());
 }
