@@ -12,6 +12,7 @@
 #include "platform/runtime/Errors.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -40,6 +41,21 @@ bool HoldsItsRows(PlimCFImage image, UInt32 bpp) {
            image->bufferSize >= static_cast<uint64_t>(image->height - 1) * image->bytesPerRow + rowBytes;
 }
 
+// floorf and ceilf without a library call (SSE2 has no rounding instruction): below 2^23 a float
+// truncates exactly to an int; from there on every float is a whole number already (or NaN or
+// infinite, which pass through as the library's functions pass them). The sign of a zero result
+// may differ, which nothing below looks at.
+float Floor(float x) {
+    if (!(std::fabs(x) < 8388608.0f)) return x;
+    const float t = static_cast<float>(static_cast<int32_t>(x));
+    return t > x ? t - 1.0f : t;
+}
+float Ceil(float x) {
+    if (!(std::fabs(x) < 8388608.0f)) return x;
+    const float t = static_cast<float>(static_cast<int32_t>(x));
+    return t < x ? t + 1.0f : t;
+}
+
 CGRect RectOf(Extent x, Extent y) {
     return CGRectMake(static_cast<float>(x.pos), static_cast<float>(y.pos), static_cast<float>(x.len),
                       static_cast<float>(y.len));
@@ -52,8 +68,8 @@ bool PlaceAxis(float origin, float length, float limit, UInt32 size, Extent *out
         origin += length;
         length = -length;
     }
-    float start = std::floor(origin);
-    float extent = std::ceil(origin + length) - start;
+    float start = Floor(origin);
+    float extent = Ceil(origin + length) - start;
     if (start < 0) start = 0;
     if (start + extent > limit) extent = limit - start;
     if (!(extent > 0)) return false;

@@ -3,11 +3,13 @@
 // image tiled onto itself) must give the same bytes; hostile grids must return quickly.
 #include <PlimBitmapLib/PlimBitmapLib.h>
 
+#include "composite/PairDrawer.h"
 #include "core/ImageInternal.h"
 #include "platform/runtime/CFRef.h"
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -186,4 +188,36 @@ TEST(TileGrid, DriverRefusesRowsPastTheBuffer) {
                     kPlimCompositeCopySrc, kPlimTileOriginMinXMinY);
     src.get()->bytesPerRow = 64;
     EXPECT_EQ(Pixels(dest.get()), before);
+}
+
+// The driver's per-axis placement against the rectangle helpers it stands for: standardize,
+// widen to whole pixels, move a negative start to 0, trim at the far edge.
+TEST(TileGrid, PlacementMatchesTheRectangleHelpers) {
+    std::mt19937 rng(11);
+    auto value = [&]() -> float {
+        switch (rng() % 6) {
+            case 0: return static_cast<float>(static_cast<int>(rng() % 400) - 200);
+            case 1: return static_cast<float>(static_cast<int>(rng() % 4000) - 2000) / 8.0f;
+            case 2: return std::ldexp(static_cast<float>(rng() % 1000) - 500.0f, static_cast<int>(rng() % 40));
+            case 3: return std::bit_cast<float>(static_cast<uint32_t>(rng()));
+            case 4: return (rng() % 2 ? -1.0f : 1.0f) * (8388608.0f + static_cast<float>(rng() % 5) - 2.0f);
+            default: return static_cast<float>(rng() % 100) - 0.5f;
+        }
+    };
+    for (int i = 0; i < 200000; ++i) {
+        const float origin = value(), length = value();
+        const UInt32 size = 1 + rng() % 300;
+        const float limit = static_cast<float>(size);
+        CGRect r = CGRectIntegral(CGRectStandardize(CGRectMake(origin, 0, length, 1)));
+        if (r.origin.x < 0) r.origin.x = 0;
+        if (r.origin.x + r.size.width > limit) r.size.width = limit - r.origin.x;
+        const bool expected = r.size.width > 0 && !CGRectIsNull(CGRectMake(origin, 0, length, 1));
+        plim::composite::Extent e;
+        const bool placed = plim::composite::PlaceAxis(origin, length, limit, size, &e);
+        ASSERT_EQ(placed, expected) << origin << " " << length << " " << size;
+        if (placed) {
+            ASSERT_EQ(e.pos, static_cast<UInt32>(r.origin.x)) << origin << " " << length;
+            ASSERT_EQ(e.len, static_cast<UInt32>(r.size.width)) << origin << " " << length;
+        }
+    }
 }
