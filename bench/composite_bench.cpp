@@ -138,6 +138,8 @@ int main(int argc, char **argv) {
     std::vector<UInt8> copyTarget(kBytes);
 
     Timer ours[kCount], theirs[kCount], opaque[kCount], greyT[kCount], copy, tiles16, tiles100;
+    Timer callOurs, callTheirs;  // 1000 calls that draw nothing: the cost of a call itself
+    constexpr int kCalls = 1000;
     auto resetPixman = [&] { std::memcpy(pixDest.data(), argb.destPixels.data(), kBytes); };
     for (int r = 0; r < rounds; ++r) {
         for (size_t i = 0; i < kCount; ++i) {
@@ -156,6 +158,14 @@ int main(int argc, char **argv) {
             });
         }
         copy.Measure([] {}, [&] { std::memcpy(copyTarget.data(), argb.srcPixels.data(), kBytes); });
+        callOurs.Measure([] {}, [&] {
+            for (int k = 0; k < kCalls; ++k)
+                PlimCFImageComposite(argb.src, argb.dest, nullptr, nullptr, 1, kPlimCompositeCopyDest);
+        });
+        callTheirs.Measure([] {}, [&] {
+            for (int k = 0; k < kCalls; ++k)
+                pixman_image_composite32(PIXMAN_OP_DST, pSrc, nullptr, pDest, 0, 0, 0, 0, 0, 0, kSize, kSize);
+        });
         for (auto [timer, side] : {std::pair{&tiles16, 16.0f}, std::pair{&tiles100, 100.0f}})
             timer->Measure([&] { argb.Reset(); }, [&] {
                 PlimCFImageTile(argb.src, argb.dest, CGRectMake(0, 0, side, side),
@@ -192,6 +202,8 @@ int main(int argc, char **argv) {
                 ours[srcOver].best / copy.best, theirs[srcOver].best / copy.best);
     std::printf("worst per-byte time vs ARGB: RGB_888 %.2f, S_8 %.2f (CopyDest left out)\n",
                 worstOpaque, worstGrey);
+    std::printf("one call that draws nothing (CopyDest): ours %.3f us, pixman %.3f us\n",
+                callOurs.best * 1e6 / kCalls, callTheirs.best * 1e6 / kCalls);
     std::printf("tiling SrcOver, 16 x 16 tiles / one composite: %.2f; 100 x 100 tiles: %.2f\n",
                 tiles16.best / ours[srcOver].best, tiles100.best / ours[srcOver].best);
 
