@@ -42,9 +42,9 @@ done
 
 # --- scale by percent or by one side (aspect ratio kept, rounded) ---
 for case in "50%:10x5" "12.5%:3x1" "33%:7x3" "300,:300x150" ",5:10x5" "7,:7x4" "40,2:40x2" "1%:1x1"; do
-    spec=${case%%:*} want=${case#*:}
-    "$plim" scale in.png s.png "$spec" || fail "scale $spec"
-    [ "$(size s.png)" = "$want" ] || fail "scale $spec gave $(size s.png), want $want"
+    size_arg=${case%%:*} want=${case#*:}
+    "$plim" scale in.png s.png "$size_arg" || fail "scale $size_arg"
+    [ "$(size s.png)" = "$want" ] || fail "scale $size_arg gave $(size s.png), want $want"
 done
 
 # --- --out-dir makes its folder, parents included, and keeps the names ---
