@@ -2,6 +2,7 @@
 // supported layout, unification of two images, and drawing contexts over the buffer.
 #include "ImageInternal.h"
 #include "platform/graphics/ContextInternal.h"
+#include "platform/graphics/GraphicsTypes.h"
 #include "platform/runtime/Errors.h"
 
 #include <cstring>
@@ -81,6 +82,9 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
         // A buffer that cannot be rendered cannot be converted: keep it and its pixels.
         if (!PlimCFImageGetCGImage(image)) return;
     }
+    // Pixels the rendered image handed over to the buffer are decoded again before the buffer
+    // goes; without memory for that, the buffer and its pixels stay.
+    if (!plim::graphics::ImagePixelsReady(image->image)) return Record(kPlimErrorOutOfMemory);
     DropBuffer(image);
     // Without a target colour space there is nothing to convert into; the rendered image stays.
     CGColorSpaceRef native = NativeColorSpace();
@@ -128,6 +132,16 @@ void PlimCFImagePromoteImage(PlimCFImage image, Boolean forceColor, Boolean forc
     image->alphaInfo = alphaInfo;
 
     CFAllocatorRef allocator = CFGetAllocator(image);
+    // A picture decoded straight into the buffer's layout (opaque, 8 bits, rows packed, these
+    // colours) is what the draw below would make of it byte for byte: its pixel block becomes the
+    // buffer instead, when the rendered image can give it up (see TakeImagePixels).
+    if (!changed && alphaInfo == kCGImageAlphaNoneSkipFirst && bitsPerPixel == 32 &&
+        CGImageGetBitsPerComponent(rendered) == 8 && CGImageGetBitsPerPixel(rendered) == 32 &&
+        CGImageGetBytesPerRow(rendered) == bytesPerRow &&
+        (allocator == kCFAllocatorSystemDefault || allocator == kCFAllocatorMalloc)) {
+        image->buffer = plim::graphics::TakeImagePixels(rendered, bufferSize);
+        if (image->buffer) return;
+    }
     image->buffer = CFAllocatorAllocate(allocator, bufferSize, 0);
     if (!image->buffer) {
         if (bufferSize == 0) Record(kPlimErrorNoPixels);

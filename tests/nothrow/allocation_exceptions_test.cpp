@@ -169,6 +169,17 @@ TEST(NoExceptions, EveryFamilyFailsQuietlyWhenOperatorNewThrows) {
     const std::vector<Operation> operations = {
         {"PNG", load(png, kPlimImageFormatPNG)},
         {"JPEG", load(jpeg, kPlimImageFormatJPEG)},
+        {"JPEG pixels handed to the buffer, then read again",
+         [&jpeg] {
+             CFDataRef data = Data(jpeg);
+             PlimCFImage image = PlimCFImageCreateWithFormattedData(nullptr, data, kPlimImageFormatJPEG);
+             if (image && PlimCFImageGetImageBuffer(image)) {
+                 Release(PlimCFImageCopyPNGData(nullptr, image));
+                 PlimCFImagePromoteImage(image, true, true);
+             }
+             Release(image);
+             Release(data);
+         }},
         {"TIFF", load(tiff, kPlimImageFormatUnknown)},
         {"GIF", load(gif, kPlimImageFormatUnknown)},
         {"BMP", load(bmp, kPlimImageFormatUnknown)},

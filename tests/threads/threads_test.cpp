@@ -149,4 +149,40 @@ TEST(Threads, FourThreadsWorkOnTheirOwnImagesFromTheFirstCallOn) {
     }
 }
 
+// A loaded JPEG whose decoded pixels went to its image's buffer decodes them again when its
+// rendered image is read next: readers on several threads at once all get the same pixels.
+TEST(Threads, ReadersOfAHandedOverRenderedImageAllSeeItsPixels) {
+    const UInt32 w = 64, h = 40;
+    Bytes xrgb(static_cast<size_t>(w) * h * 4);
+    for (size_t i = 0; i < xrgb.size(); ++i) xrgb[i] = static_cast<UInt8>(i * 7 + i / 256);
+    PlimCFImage picture = PlimCFImageCreateWithBuffer(nullptr, xrgb.data(), w, h, 8, 32, w * 4, nullptr,
+                                                      kCGImageAlphaNoneSkipFirst);
+    PlimCFImageExporter jpeg = PlimCFImageExporterCreateJPEG(nullptr);
+    ASSERT_TRUE(picture && jpeg);
+    CFDataRef file = PlimCFImageExportCreateData(nullptr, jpeg, PlimCFImageGetCGImage(picture));
+    ASSERT_NE(file, nullptr);
+    PlimCFImage loaded = PlimCFImageCreateWithFormattedData(nullptr, file, kPlimImageFormatJPEG);
+    ASSERT_NE(loaded, nullptr);
+    CGImageRef rendered = PlimCFImageGetCGImage(loaded);
+    const Bytes expected = BytesOf(CGDataProviderCopyData(CGImageGetDataProvider(rendered)));
+    ASSERT_EQ(expected.size(), static_cast<size_t>(w) * h * 4);
+    ASSERT_NE(PlimCFImageGetImageBuffer(loaded), nullptr);
+
+    constexpr int kThreads = 4;
+    std::vector<Bytes> seen(kThreads);
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            seen[t] = BytesOf(CGDataProviderCopyData(CGImageGetDataProvider(rendered)));
+        });
+    for (std::thread &thread : threads) thread.join();
+    for (const Bytes &s : seen) EXPECT_EQ(s, expected);
+    CFRelease(loaded);
+    CFRelease(file);
+    CFRelease(jpeg);
+    CFRelease(picture);
+}
+
 }  // namespace

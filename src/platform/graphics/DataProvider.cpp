@@ -1,12 +1,14 @@
 // Data providers: bytes handed to rendered images, released exactly once.
 #include "platform/graphics/GraphicsTypes.h"
 #include "platform/runtime/Errors.h"
+#include "platform/runtime/NoThrow.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include <sys/stat.h>
 
@@ -29,7 +31,11 @@ void ProviderFinalize(CFTypeRef cf) {
         provider->releaseData = nullptr;
         release(provider->info, provider->data, provider->size);
     }
+    CGDataProviderRelease(provider->remakeSource);
 }
+
+// Remaking is rare (a picture read again after its bytes were handed over): one lock for all.
+std::mutex gRemakeLock;
 
 CFStringRef ProviderCopyDescription(CFTypeRef cf, CFDictionaryRef options) {
     auto *provider = static_cast<const CGDataProvider *>(cf);
@@ -92,6 +98,31 @@ void *ReadFile(const char *path, size_t *size) {
 
 }  // namespace
 
+namespace plim::graphics {
+
+bool EnsureProviderData(CGDataProvider *provider) {
+    if (ProviderData(provider) || !provider->remake) return true;
+    return plim::NoThrow(false, [provider] {
+        std::lock_guard<std::mutex> lock(gRemakeLock);
+        if (ProviderData(provider)) return true;
+        void *block = nullptr;
+        if (!provider->remake(provider->remakeSource, &block, provider->size)) return false;
+        __atomic_store_n(&provider->data, static_cast<const void *>(block), __ATOMIC_RELEASE);
+        return true;
+    });
+}
+
+void *TakeImagePixels(CGImageRef image, size_t size) {
+    CGDataProvider *provider = image ? image->provider : nullptr;
+    if (!provider || !provider->remake || provider->size != size || CFGetRetainCount(image) != 1 ||
+        CFGetRetainCount(provider) != 1)
+        return nullptr;
+    return const_cast<void *>(__atomic_exchange_n(&provider->data, static_cast<const void *>(nullptr),
+                                                  __ATOMIC_ACQ_REL));
+}
+
+}  // namespace plim::graphics
+
 extern "C" {
 
 PLIM_EXPORT CFTypeID CGDataProviderGetTypeID(void) {
@@ -147,9 +178,9 @@ PLIM_EXPORT void CGDataProviderRelease(CGDataProviderRef provider) {
 }
 
 PLIM_EXPORT CFDataRef CGDataProviderCopyData(CGDataProviderRef provider) {
-    if (!provider) return nullptr;
+    if (!provider || !plim::graphics::EnsureProviderData(provider)) return nullptr;
     if (provider->size > static_cast<size_t>(std::numeric_limits<CFIndex>::max())) return nullptr;
-    return CFDataCreate(nullptr, static_cast<const UInt8 *>(provider->data),
+    return CFDataCreate(nullptr, plim::graphics::ProviderData(provider),
                         static_cast<CFIndex>(provider->size));
 }
 

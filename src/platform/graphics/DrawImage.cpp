@@ -498,7 +498,7 @@ void Draw(CGContextRef context, CGRect rect, CGImageRef image, bool clearFirst) 
     };
     Mapping m;
     BlendRow blend = BlendFor(context->layout, context->alphaInfo);
-    if (!image || !blend || !MapRect(context, rect, image, &m)) {
+    if (!image || !blend || !MapRect(context, rect, image, &m) || !ImagePixelsReady(image)) {
         clearAll();
         return;
     }

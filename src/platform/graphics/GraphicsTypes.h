@@ -21,10 +21,15 @@ struct CGColorSpace {
 
 struct CGDataProvider {
     CFRuntimeBase base;
-    const void *data;
+    const void *data;  // read through plim::graphics::ProviderData once it may have been handed over
     size_t size;
     void *info;
     CGDataProviderReleaseDataCallback releaseData;
+    // Bytes that can be made again: `remake` decodes `remakeSource` (retained) into a new malloc'd
+    // block of `size` bytes. Only such bytes may be handed over (plim::graphics::TakeImagePixels);
+    // they are then remade the next time they are read.
+    bool (*remake)(CGDataProviderRef remakeSource, void **block, size_t size);
+    CGDataProviderRef remakeSource;
 };
 
 struct CGImage {
@@ -66,8 +71,26 @@ inline bool KnownIntent(CGColorRenderingIntent intent) {
     return static_cast<unsigned>(intent) <= static_cast<unsigned>(kCGRenderingIntentSaturation);
 }
 
-inline const uint8_t *ImageData(const CGImage *image) {
-    return static_cast<const uint8_t *>(image->provider->data);
+// A provider's bytes as they are now: null once handed over and not yet remade.
+inline const uint8_t *ProviderData(const CGDataProvider *provider) {
+    return static_cast<const uint8_t *>(__atomic_load_n(&provider->data, __ATOMIC_ACQUIRE));
 }
+
+// Makes sure the provider holds its bytes, remaking handed-over ones; false when they cannot be
+// made (out of memory). Every reader of a rendered image's pixels calls it (through
+// ImagePixelsReady) before ImageData.
+bool EnsureProviderData(CGDataProvider *provider);
+
+inline bool ImagePixelsReady(const CGImage *image) {
+    return image->provider && EnsureProviderData(image->provider);
+}
+
+inline const uint8_t *ImageData(const CGImage *image) { return ProviderData(image->provider); }
+
+// Hands the pixel block of a rendered image (`size` bytes) over to the caller, who frees it with
+// free(), when nobody else can be holding the image or its bytes (one reference to each) and the
+// bytes can be remade; null otherwise. The image stays as it was: its pixels are decoded again
+// when next read.
+void *TakeImagePixels(CGImageRef image, size_t size);
 
 }  // namespace plim::graphics

@@ -28,6 +28,7 @@ Boolean ImageEqual(CFTypeRef a, CFTypeRef b) {
         x->alphaInfo != y->alphaInfo || !SameSpace(x->space, y->space)) {
         return false;
     }
+    if (!plim::graphics::ImagePixelsReady(x) || !plim::graphics::ImagePixelsReady(y)) return false;
     size_t fullBytes = x->width * x->bitsPerPixel / 8;
     unsigned tailBits = static_cast<unsigned>(x->width * x->bitsPerPixel % 8);
     const uint8_t *p = ImageData(x);
@@ -93,7 +94,9 @@ PLIM_EXPORT CGImageRef CGImageCreate(size_t width, size_t height, size_t bitsPer
         return nullptr;
     plim::graphics::RowBytes(width, bitsPerPixel, &row);
     // The last row needs only its pixels, not its padding.
-    if (!provider->data || provider->size < total - bytesPerRow + row) return nullptr;
+    if (!plim::graphics::EnsureProviderData(provider) || !plim::graphics::ProviderData(provider) ||
+        provider->size < total - bytesPerRow + row)
+        return nullptr;
 
     auto *image = static_cast<CGImage *>(const_cast<void *>(_CFRuntimeCreateInstance(
         nullptr, CGImageGetTypeID(), sizeof(CGImage) - sizeof(CFRuntimeBase), nullptr)));

@@ -5,6 +5,7 @@
 #include "platform/graphics/GraphicsTypes.h"
 #include "platform/graphics/decoders/Raster.h"
 
+#include <climits>
 #include <cstdlib>
 
 namespace {
@@ -60,16 +61,49 @@ CGImageRef CreateImageFromRaster(Raster *raster, bool shouldInterpolate,
 
 namespace {
 
+// Decodes a rendered image's pixels again from its own copy of the file.
 template <bool (*Decode)(const uint8_t *, size_t, Raster *)>
+bool Remake(CGDataProviderRef source, void **block, size_t size) {
+    const plim::decoders::PixelLimitLifted lifted;
+    Raster raster;
+    if (!plim::graphics::EnsureProviderData(source) ||
+        !Decode(plim::graphics::ProviderData(source), source->size, &raster))
+        return false;
+    if (raster.BytesPerRow() * raster.height != size) return false;
+    *block = raster.Take();
+    return true;
+}
+
+// `Remakable`: the image keeps a copy of the file (a JPEG file is a small fraction of its
+// pixels), so that its pixel block can be handed over to an image's buffer and decoded again
+// only if the rendered image is read after that.
+template <bool (*Decode)(const uint8_t *, size_t, Raster *), bool Remakable>
 CGImageRef CreateWith(CGDataProviderRef source, bool shouldInterpolate,
                       CGColorRenderingIntent intent) {
-    if (!source || !plim::graphics::KnownIntent(intent))
+    if (!source || !plim::graphics::KnownIntent(intent) || !plim::graphics::EnsureProviderData(source))
         return plim::errors::Fail(kPlimErrorInvalidArgument, nullptr);
+    const uint8_t *bytes = plim::graphics::ProviderData(source);
     Raster raster;
-    if (!Decode(static_cast<const uint8_t *>(source->data), source->size, &raster)) return nullptr;
+    if (!Decode(bytes, source->size, &raster)) return nullptr;
     const plim::errors::Mark mark;
     CGImageRef image = plim::decoders::CreateImageFromRaster(&raster, shouldInterpolate, intent);
-    if (!image) mark.Fallback(kPlimErrorOutOfMemory);
+    if (!image) {
+        mark.Fallback(kPlimErrorOutOfMemory);
+        return nullptr;
+    }
+    if constexpr (Remakable) {
+        // Without memory for the copy the image simply keeps its pixels for good.
+        CFDataRef copy = source->size <= static_cast<size_t>(LONG_MAX)
+                             ? CFDataCreate(nullptr, bytes, static_cast<CFIndex>(source->size))
+                             : nullptr;
+        CGDataProviderRef own = copy ? CGDataProviderCreateWithCFData(copy) : nullptr;
+        if (copy) CFRelease(copy);
+        if (own) {
+            image->provider->remakeSource = own;
+            image->provider->remake = Remake<Decode>;
+        }
+        mark.Restore();
+    }
     return image;
 }
 
@@ -78,11 +112,11 @@ CGImageRef CreateWith(CGDataProviderRef source, bool shouldInterpolate,
 PLIM_EXPORT CGImageRef CGImageCreateWithPNGDataProvider(CGDataProviderRef source, const float *,
                                                         bool shouldInterpolate,
                                                         CGColorRenderingIntent intent) {
-    return CreateWith<plim::decoders::DecodePNG>(source, shouldInterpolate, intent);
+    return CreateWith<plim::decoders::DecodePNG, false>(source, shouldInterpolate, intent);
 }
 
 PLIM_EXPORT CGImageRef CGImageCreateWithJPEGDataProvider(CGDataProviderRef source, const float *,
                                                          bool shouldInterpolate,
                                                          CGColorRenderingIntent intent) {
-    return CreateWith<plim::decoders::DecodeJPEG>(source, shouldInterpolate, intent);
+    return CreateWith<plim::decoders::DecodeJPEG, true>(source, shouldInterpolate, intent);
 }

@@ -29,6 +29,19 @@ uint64_t PixelLimit();
 // 0 lifts the limit up to kMaxPixels; larger values are held to kMaxPixels.
 void SetPixelLimit(uint64_t pixels);
 
+// While one lives, PixelLimit() on this thread is kMaxPixels: for decoding again a picture that
+// was accepted once, whatever the limit has become since.
+class PixelLimitLifted {
+public:
+    PixelLimitLifted();
+    ~PixelLimitLifted();
+    PixelLimitLifted(const PixelLimitLifted &) = delete;
+    PixelLimitLifted &operator=(const PixelLimitLifted &) = delete;
+
+private:
+    bool before_;
+};
+
 struct Raster {
     uint8_t *pixels = nullptr;  // malloc'd; grey: 1 byte per pixel; else A,R,G,B, not premultiplied
     uint32_t width = 0;

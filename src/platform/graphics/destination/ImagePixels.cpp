@@ -107,7 +107,7 @@ void RGBRow(const uint8_t *row, size_t n, uint8_t *out) {
 }  // namespace
 
 bool EncodableRows::Open(CGImageRef image, bool unpremultiply) {
-    if (!image || !image->provider || !image->provider->data) return false;
+    if (!image || !ImagePixelsReady(image) || !ImageData(image)) return false;
     const size_t w = image->width, h = image->height, bpr = image->bytesPerRow;
     if (w == 0 || h == 0 || w > UINT32_MAX / 4 || h > UINT32_MAX) return false;
     const size_t bpc = image->bitsPerComponent, bpp = image->bitsPerPixel;
@@ -127,7 +127,7 @@ bool EncodableRows::Open(CGImageRef image, bool unpremultiply) {
     } catch (const std::bad_alloc &) {
         return false;
     }
-    data_ = static_cast<const uint8_t *>(image->provider->data);
+    data_ = ImageData(image);
     bytesPerRow_ = bpr;
     width = static_cast<uint32_t>(w);
     height = static_cast<uint32_t>(h);
