@@ -126,7 +126,7 @@ PlimCFImage CreatePairSource(PlimCFImage copy, CGRect s, CGSize size, bool regio
 }
 
 PairDrawer::PairDrawer(PlimCFImage source, PlimCFImage dest, UInt32 operation)
-    : copy_(source), dest_(dest) {
+    : copy_(source) {
     Layout layout;
     if (operation >= kOperationCount) {
         errors::Record(kPlimErrorInvalidArgument);

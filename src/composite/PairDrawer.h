@@ -66,7 +66,7 @@ private:
     // The first source pixel a pair of this placement reads, and the source's row length.
     bool SourceFor(Extent sx, Extent sy, UInt32 width, UInt32 height, Source *out);
 
-    PlimCFImage copy_, dest_;
+    PlimCFImage copy_;
     CompositeRow row_ = nullptr;
     bool noOp_ = false, ready_ = false, drew_ = false;
     UInt8 *destBase_ = nullptr;
